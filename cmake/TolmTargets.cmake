@@ -1,0 +1,28 @@
+# Build settings every TolmMachine target links to: the language level, warnings and the
+# optional sanitizers. Kept on an interface target instead of global flags.
+add_library(tolm_build_options INTERFACE)
+add_library(Tolm::build_options ALIAS tolm_build_options)
+target_compile_features(tolm_build_options INTERFACE cxx_std_20)
+target_compile_options(tolm_build_options INTERFACE
+    $<$<COMPILE_LANG_AND_ID:CXX,GNU,Clang>:-Wall -Wextra -Wpedantic>
+    $<$<COMPILE_LANG_AND_ID:C,GNU,Clang>:-Wall -Wextra -Wpedantic>)
+target_compile_definitions(tolm_build_options INTERFACE
+    $<$<CONFIG:Debug>:TOLM_DEVELOPMENT_BUILD=1>)
+if(TOLM_SANITIZE)
+    target_compile_options(tolm_build_options INTERFACE
+        -fsanitize=${TOLM_SANITIZE} -fno-omit-frame-pointer)
+    target_link_options(tolm_build_options INTERFACE -fsanitize=${TOLM_SANITIZE})
+endif()
+install(TARGETS tolm_build_options EXPORT TolmMachineTargets)
+
+# tolm_add_library(NAME SOURCES...): a shared library of the machine layer, with the
+# common options, an ALIAS Tolm::NAME and headers found from base/src.
+function(tolm_add_library name)
+    add_library(${name} SHARED ${ARGN})
+    add_library(Tolm::${name} ALIAS ${name})
+    target_link_libraries(${name} PRIVATE tolm_build_options)
+    target_include_directories(${name} PUBLIC
+        $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/base/src>
+        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tolm>)
+    set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET default)
+endfunction()
