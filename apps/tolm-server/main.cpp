@@ -1,0 +1,40 @@
+// tolm-server: the reference server. Started by mpirun/mpiexec, or alone with "-s".
+#include <cstdio>
+#include <exception>
+#include <memory>
+
+#include "BatchServerHost.h"
+#include "machine/Machine.h"
+#include "machine/OptionError.h"
+#include "neo/InternalError.h"
+#include "neo/NonRecoverableError.h"
+
+namespace {
+
+int endWith(const char* message, tolm::ExitStatus::ErrorCode code) {
+    std::fprintf(stderr, "Error: %s\n", message);
+    std::fflush(stderr);
+    tolm::Machine& machine = tolm::Machine::getSingleton();
+    machine.updateExitStatus(code);
+    return int(machine.getExitStatus());
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    using tolm::ExitStatus;
+    tolm::Machine::setServerHost(std::make_unique<tolm::BatchServerHost>());
+    try {
+        return int(tolm::Machine::main(argc, argv));
+    } catch (const tolm::OptionError& error) {
+        return endWith(error.what(), ExitStatus::InvalidArgumentCode);
+    } catch (const tolm::NonRecoverableError& error) {
+        return endWith(error.what(), ExitStatus::NonRecoverableErrorCode);
+    } catch (const tolm::InternalError& error) {
+        std::fprintf(stderr, "  Failed condition: %s (%s:%d)\n", error.getCondition().c_str(),
+                     error.getFile().c_str(), error.getLine());
+        return endWith(error.what(), ExitStatus::ServerErrorCode);
+    } catch (const std::exception& error) {
+        return endWith(error.what(), ExitStatus::ServerErrorCode);
+    }
+}

@@ -1,0 +1,228 @@
+#include "machine/Machine.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <exception>
+
+#include "machine/CommonArgvParser.h"
+#include "machine/MpiDriverTable.h"
+#include "machine/OptionError.h"
+#include "machine/ServerHost.h"
+#include "neo/EventTracker.h"
+#include "neo/InternalError.h"
+#include "neo/SingletonCleaner.h"
+#include "neo/SynchronizedDynamicLoader.h"
+#include "neo/TolmVersion.h"
+#include "platform/DynamicLibraryLoader.h"
+#include "platform/FileSystem.h"
+#include "platform/FpuHandling.h"
+#include "platform/Platform.h"
+#include "platform/StringHelper.h"
+#include "platform/TimeService.h"
+
+namespace tolm {
+
+Machine* Machine::_singleton = nullptr;
+Machine::SerialParallelMode Machine::_serialParallelMode = Machine::Serial;
+std::uint32_t Machine::_np = 1;
+std::uint32_t Machine::_partition = 0;
+std::string Machine::_executableName;
+std::wstring Machine::_executablePath;
+bool Machine::_threaded = true;
+bool Machine::_useInternalBinding = true;
+Machine::CpuBindingPolicy Machine::_cpuBindingPolicy = Machine::Bandwidth;
+bool Machine::_cpuBindingContentionTest = true;
+std::uint32_t Machine::_threadBindingAttributes = 0;
+std::uint32_t Machine::_iodebug = 0;
+bool Machine::_printpids = false;
+bool Machine::_isProxyServer = false;
+bool Machine::_isProxySessionDaemon = false;
+std::uint32_t Machine::_performanceCriticalLock = 0;
+std::uint32_t Machine::_serialCriticalLock = 0;
+std::unique_ptr<ServerHost> Machine::_serverHost;
+
+namespace {
+
+std::time_t startMoment = 0;
+
+[[noreturn]] void onTerminate() {
+    Machine::getSingleton().updateExitStatus(ExitStatus::ServerErrorCode);
+    Machine::abort(ExitStatus());
+}
+
+}  // namespace
+
+Machine::Machine() : _onExitObservable(std::make_unique<OnExitObservable>()) {}
+
+Machine::~Machine() = default;
+
+Machine& Machine::getSingleton() {
+    if (!_singleton) _singleton = new Machine();
+    return *_singleton;
+}
+
+void Machine::setServerHost(std::unique_ptr<ServerHost> serverHost) {
+    _serverHost = std::move(serverHost);
+}
+
+ExitStatus Machine::main(int argc, char** argv) {
+    FpuHandling::resetEnvironment();
+    startMoment = std::time(nullptr);
+    ArgumentMap consumed;
+    Machine& machine = getSingleton();
+
+    startCommunicators(argc, argv, consumed);
+    parseCommonArgvs(argc, argv, consumed);
+    installTerminateHandler();
+    SynchronizedDynamicLoader::nonStateLoad("TolmScene");
+    recordDesignFlags(argc, argv);
+    dispatchRole(argc, argv, consumed);
+    takeDown();
+    return machine.getExitStatus();
+}
+
+void Machine::startCommunicators(int argc, char** argv, ArgumentMap& consumed) {
+    bool serial = false;
+    for (int i = 0; i < argc; ++i) {
+        if (!argv[i]) continue;
+        const std::string entry = argv[i];
+        if (entry != "-s" && entry != "-proxyserver" && entry != "-proxydaemon") continue;
+        consumed[entry] = 1;
+        serial = true;
+        if (entry == "-proxyserver") _isProxyServer = true;
+        if (entry == "-proxydaemon") _isProxySessionDaemon = true;
+    }
+    if (serial) {
+        _serialParallelMode = Serial;
+        startHost();
+        TolmVersion::_machineConfig = "Serial";
+        return;
+    }
+    const std::string library = MpiDriverTable::libraryFromArguments(argc, argv, consumed);
+    std::string loaderText;
+    void* handle = Platform::dynamiclibrary().load(library, DynamicLibraryLoader::Symbols::Local,
+                                                   loaderText);
+    if (!handle) {
+        throw InternalError("Failed to initialize MPI wrapper: " + loaderText,
+                            "QMX_MPI_Initialize(handle) == QMX_MPI_SUCCESS", __FILE__, __LINE__);
+    }
+    throw InternalError("MPI wrapper " + library + " loaded, but this build starts no MPI job",
+                        "parallel start-up available", __FILE__, __LINE__);
+}
+
+void Machine::parseCommonArgvs(int argc, char** argv, ArgumentMap& consumed) {
+    recordExecutableLocation();
+    CommonArgvParser(getSingleton()).parse(argc, argv, consumed);
+}
+
+void Machine::recordExecutableLocation() {
+    const std::string path = Platform::filesystem().executablePath();
+    const auto cut = path.rfind(FileSystem::separator);
+    _executablePath = StringHelper::decode(cut == std::string::npos ? "" : path.substr(0, cut));
+    _executableName = cut == std::string::npos ? path : path.substr(cut + 1);
+}
+
+void Machine::startHost() {}
+
+void Machine::recordDesignFlags(int argc, char** argv) {
+    Machine& machine = getSingleton();
+    for (int i = 1; i < argc; ++i) {
+        if (!argv[i]) continue;
+        const std::string entry = argv[i];
+        if (entry == "-dmproject") {
+            machine._designManager = true;
+            return;
+        }
+        if (entry == "-dmrunfile") {
+            machine._designStudy = true;
+            return;
+        }
+    }
+}
+
+void Machine::dispatchRole(int argc, char** argv, const ArgumentMap& consumed) {
+    // Proxy servers and session daemons run the same server host: the server asks
+    // isProxyServer() / isProxySessionDaemon() to tell its role.
+    if (isSerial() || isMaster()) startServerHost(argc, argv, consumed);
+}
+
+void Machine::startServerHost(int argc, char** argv, const ArgumentMap& consumed) {
+    TOLM_ASSERT(_serverHost, "No server host was set before Machine::main");
+    getSingleton().updateExitStatus(_serverHost->run(argc, argv, consumed));
+}
+
+void Machine::takeDown() {
+    getSingleton()._onExitObservable->notify();
+    EventTracker::reset();
+    SingletonCleaner::reset();
+    stopCommunicators();
+}
+
+void Machine::stopCommunicators() {}
+
+void Machine::setTemporaryDirectory(const std::wstring& directory) {
+    _temporaryDirectory = directory;
+    _temporaryDirectorySet = true;
+}
+
+void Machine::setJobManager(const std::wstring& url, int taskId) {
+    _jobManagerUrl = url;
+    _taskId = taskId;
+}
+
+std::string Machine::getStateString(NodeState state) {
+    switch (state) {
+        case AwaitingCommand: return "Awaiting command";
+        case GatheringResponse: return "Gathering response";
+        case HandlingError: return "Handling error";
+        case Processing: return "Processing";
+        default: return "Unknown";
+    }
+}
+
+void Machine::abort(const ExitStatus& status) {
+    uninstallTerminateHandler();
+    Machine& machine = getSingleton();
+    machine.updateExitStatus(status);
+    std::fflush(stdout);
+    std::fflush(stderr);
+    std::exit(int(machine.getExitStatus()));
+}
+
+void Machine::installTerminateHandler() { std::set_terminate(onTerminate); }
+
+void Machine::uninstallTerminateHandler() { std::set_terminate(nullptr); }
+
+Machine::OnExitObservable& Machine::getOnExitObservable() { return *_onExitObservable; }
+
+std::string Machine::getTime() { return Platform::time().localTimeText(std::time(nullptr)); }
+
+std::string Machine::getStartTime() {
+    return Platform::time().localTimeText(startMoment ? startMoment : std::time(nullptr));
+}
+
+double Machine::wallTime() { return Platform::time().wallSeconds(); }
+
+void Machine::reset() {
+    delete _singleton;
+    _singleton = nullptr;
+    _serialParallelMode = Serial;
+    _np = 1;
+    _partition = 0;
+    _executableName.clear();
+    _executablePath.clear();
+    _threaded = true;
+    _useInternalBinding = true;
+    _cpuBindingPolicy = Bandwidth;
+    _cpuBindingContentionTest = true;
+    _threadBindingAttributes = 0;
+    _iodebug = 0;
+    _printpids = false;
+    _isProxyServer = false;
+    _isProxySessionDaemon = false;
+    _performanceCriticalLock = 0;
+    _serialCriticalLock = 0;
+}
+
+}  // namespace tolm

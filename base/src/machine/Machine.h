@@ -1,0 +1,178 @@
+#pragma once
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "machine/ExitStatus.h"
+#include "neo/Subject.h"
+
+namespace tolm {
+
+class ServerHost;
+
+// The one object that turns the processes of a job into a parallel machine: a master (rank 0)
+// and slaves, or one serial process. Every server process enters through `main`, which starts
+// the machine, runs the server (or, on a slave, the command loop) and takes everything down
+// again. Nearly all state is static and written only during start-up on the main thread, so
+// the rest of the system reads it through static queries without locks.
+//
+// Errors: option errors are OptionError (their text is the user's message); broken
+// preconditions are InternalError; failures that must end the job are NonRecoverableError.
+class Machine {
+public:
+    enum SerialParallelMode { Serial = 0, Master = 1, Slave = 2 };
+    enum NodeState {
+        Unknown = -1,
+        AwaitingCommand = 0,
+        GatheringResponse = 1,
+        HandlingError = 2,
+        Processing = 3,
+    };
+    enum class ServerType { Solver, Proxy, SessionDaemon };
+    enum CpuBindingPolicy { Bandwidth = 0, Latency = 1, LeastLoad = 2 };
+    // Bits of _threadBindingAttributes.
+    enum ThreadBindingAttribute : std::uint32_t { ThreadBindingOff = 1u, ThreadBindingVerbose = 2u };
+
+    // Option text -> number of argv entries it occupies, for every option the machine took.
+    using ArgumentMap = std::map<std::string, unsigned>;
+
+    class ParallelPerformanceCritical;
+    class SerialCritical;
+    class OnExitObservable;
+
+    static Machine& getSingleton();
+    ~Machine();
+
+    // Starts the machine, runs the server or the command loop, takes everything down.
+    static ExitStatus main(int argc, char** argv);
+    static void setServerHost(std::unique_ptr<ServerHost> serverHost);
+
+    // Role.
+    static bool isSerial() { return _serialParallelMode == Serial; }
+    static bool isParallel() { return _serialParallelMode > Serial; }
+    static bool isMaster() { return _serialParallelMode == Master; }
+    static bool isProxyServer() { return _isProxyServer; }
+    static bool isProxySessionDaemon() { return _isProxySessionDaemon; }
+    static std::uint32_t nProcesses() { return _np; }
+    static std::uint32_t getPartitionId() { return _partition; }
+
+    // Start-up steps, also callable on their own (tests, tools).
+    static void startCommunicators(int argc, char** argv, ArgumentMap& consumed);
+    static void parseCommonArgvs(int argc, char** argv, ArgumentMap& consumed);
+
+    // Process-wide settings.
+    static const std::string& getExecutableName() { return _executableName; }
+    static const std::wstring& getExecutablePath() { return _executablePath; }
+    static bool isThreaded() { return _threaded; }
+    static bool useInternalBinding() { return _useInternalBinding; }
+    static CpuBindingPolicy getCpuBindingPolicy() { return _cpuBindingPolicy; }
+    static bool isCpuBindingContentionTestEnabled() { return _cpuBindingContentionTest; }
+    static void enableCpuBindingContentionTest(bool enable) { _cpuBindingContentionTest = enable; }
+    static std::uint32_t getThreadBindingAttributes() { return _threadBindingAttributes; }
+    static int getIOVerbosityLevel() { return static_cast<int>(_iodebug); }
+    static void setIOVerbosityLevel(int level) { _iodebug = static_cast<std::uint32_t>(level); }
+    static bool getPrintpids() { return _printpids; }
+
+    // Settings of the run.
+    const std::wstring& getTemporaryDirectory() const { return _temporaryDirectory; }
+    void setTemporaryDirectory(const std::wstring& directory);
+    bool hasTemporaryDirectory() const { return _temporaryDirectorySet; }
+    const std::wstring& getJobManagerURL() const { return _jobManagerUrl; }
+    int getTaskId() const { return _taskId; }
+    void setJobManager(const std::wstring& url, int taskId);
+    bool isParallelIo() const { return _parallelIo; }
+    void setParallelIo(bool parallelIo) { _parallelIo = parallelIo; }
+    bool hasDevErrorChecking() const { return _devErrorChecking; }
+    void setDevErrorChecking(bool check) { _devErrorChecking = check; }
+    bool isDeleteOnExit() const { return _deleteOnExit; }
+    void setDeleteOnExit(bool deleteOnExit) { _deleteOnExit = deleteOnExit; }
+    bool isAnalyticsOff() const { return _analyticsOff; }
+    void setAnalyticsOff(bool off) { _analyticsOff = off; }
+    bool isDesignStudy() const { return _designStudy; }
+    bool isDesignManager() const { return _designManager; }
+    ServerType getServerType() const { return _serverType; }
+    void setServerType(ServerType type) { _serverType = type; }
+
+    // Node state, as command processing moves through a command.
+    NodeState getState() const { return _nodeState; }
+    void setState(NodeState state) { _nodeState = state; }
+    static std::string getStateString(NodeState state);
+
+    // Exit status of the run; its integer value becomes the process exit code.
+    const ExitStatus& getExitStatus() const { return _exitStatus; }
+    void updateExitStatus(const ExitStatus& status) { _exitStatus += status; }
+
+    // Ends the job with `status` added to the run's status. Never returns.
+    [[noreturn]] static void abort(const ExitStatus& status);
+    static void installTerminateHandler();
+    static void uninstallTerminateHandler();
+    OnExitObservable& getOnExitObservable();
+
+    // Clock.
+    static std::string getTime();
+    static std::string getStartTime();
+    static double wallTime();
+
+    // Critical-section checks; see ParallelPerformanceCritical and SerialCritical.
+    static void assertNotParallelPerformanceCritical(const char* where);
+    static void assertNotSerialCritical(const char* where);
+    static std::uint32_t getPerformanceCriticalLock() { return _performanceCriticalLock; }
+    static std::uint32_t getSerialCriticalLock() { return _serialCriticalLock; }
+    static void handleFailedPerformanceCriticalTest(const char* where);
+
+    // Returns every static to its initial value and destroys the singleton. For tests and
+    // tools that start the machine more than once in one process.
+    static void reset();
+
+private:
+    friend class CommonArgvParser;
+
+    Machine();
+    static void startHost();
+    static void recordDesignFlags(int argc, char** argv);
+    static void dispatchRole(int argc, char** argv, const ArgumentMap& consumed);
+    static void startServerHost(int argc, char** argv, const ArgumentMap& consumed);
+    static void takeDown();
+    static void stopCommunicators();
+    static void recordExecutableLocation();
+
+    static Machine* _singleton;
+    static SerialParallelMode _serialParallelMode;
+    static std::uint32_t _np;
+    static std::uint32_t _partition;
+    static std::string _executableName;
+    static std::wstring _executablePath;
+    static bool _threaded;
+    static bool _useInternalBinding;
+    static CpuBindingPolicy _cpuBindingPolicy;
+    static bool _cpuBindingContentionTest;
+    static std::uint32_t _threadBindingAttributes;
+    static std::uint32_t _iodebug;
+    static bool _printpids;
+    static bool _isProxyServer;
+    static bool _isProxySessionDaemon;
+    static std::uint32_t _performanceCriticalLock;
+    static std::uint32_t _serialCriticalLock;
+    static std::unique_ptr<ServerHost> _serverHost;
+
+    ExitStatus _exitStatus;
+    std::wstring _jobManagerUrl;
+    int _taskId = 0;
+    bool _devErrorChecking = true;
+    bool _deleteOnExit = false;
+    bool _temporaryDirectorySet = false;
+    std::wstring _temporaryDirectory;
+    bool _analyticsOff = false;
+    bool _parallelIo = false;
+    std::unique_ptr<OnExitObservable> _onExitObservable;
+    bool _designStudy = false;
+    bool _designManager = false;
+    NodeState _nodeState = Unknown;
+    ServerType _serverType = ServerType::Solver;
+};
+
+// Told once when the run ends, before the machine is taken down.
+class Machine::OnExitObservable : public TypedSubject<> {};
+
+}  // namespace tolm

@@ -1,0 +1,31 @@
+#include "platform/Thread.h"
+
+#include <pthread.h>
+
+namespace tolm {
+namespace {
+
+// Captured while the library's static objects are built, which happens on the main thread
+// when the executable starts (the library is linked, never loaded from a worker thread).
+const std::thread::id mainThreadId = std::this_thread::get_id();
+
+}  // namespace
+
+Thread::Thread(std::string name) : _name(std::move(name)) {}
+
+Thread::~Thread() { join(); }
+
+void Thread::start(std::function<void()> body) {
+    join();
+    _thread = std::thread(std::move(body));
+    // Linux limits thread names to 15 characters; the name is only a debugging aid.
+    ::pthread_setname_np(_thread.native_handle(), _name.substr(0, 15).c_str());
+}
+
+void Thread::join() {
+    if (_thread.joinable() && _thread.get_id() != std::this_thread::get_id()) _thread.join();
+}
+
+bool Thread::isMain() { return std::this_thread::get_id() == mainThreadId; }
+
+}  // namespace tolm

@@ -1,0 +1,70 @@
+#include "scene/SceneCommands.h"
+
+#include "machine/Machine.h"
+#include "machine/MpiCore.h"
+#include "machine/ParameterInitialValues.h"
+#include "machine/RemoteShellFactory.h"
+#include "neo/Controller.h"
+#include "neo/TolmVersion.h"
+#include "platform/StringHelper.h"
+
+namespace tolm {
+namespace {
+
+void echo(const Properties& command, Properties& response) { response = command; }
+
+std::string roleName() {
+    if (Machine::isSerial()) return "Serial";
+    return Machine::isMaster() ? "Master" : "Slave";
+}
+
+std::string bindingPolicyName() {
+    if (!Machine::useInternalBinding()) return "disable";
+    switch (Machine::getCpuBindingPolicy()) {
+        case Machine::Latency: return "latency";
+        case Machine::LeastLoad: return "leastload";
+        default: return "bandwidth";
+    }
+}
+
+Properties settings() {
+    const Machine& machine = Machine::getSingleton();
+    Properties settings;
+    settings.set("temporaryDirectory", StringHelper::toString(machine.getTemporaryDirectory()));
+    settings.set("threaded", Machine::isThreaded());
+    settings.set("cpuBind", bindingPolicyName());
+    settings.set("cpuBindContentionTest", Machine::isCpuBindingContentionTestEnabled());
+    settings.set("threadBindingAttributes", Machine::getThreadBindingAttributes());
+    settings.set("ioDebug", Machine::getIOVerbosityLevel());
+    settings.set("parallelIo", machine.isParallelIo());
+    settings.set("printPids", Machine::getPrintpids());
+    settings.set("devErrorChecking", machine.hasDevErrorChecking());
+    settings.set("deleteOnExit", machine.isDeleteOnExit());
+    settings.set("remoteShell", RemoteShellFactory::getDefaultRemoteProcessLauncher());
+    settings.set("jobManagerUrl", StringHelper::toString(machine.getJobManagerURL()));
+    settings.set("taskId", machine.getTaskId());
+    settings.set("parameters", ParameterInitialValues::getSingleton().getParameterValues());
+    return settings;
+}
+
+void machineInfo(const Properties&, Properties& response) {
+    response.set("role", roleName());
+    response.set("processes", Machine::nProcesses());
+    response.set("partition", Machine::getPartitionId());
+    response.set("machineConfig", TolmVersion::_machineConfig);
+    response.set("version", TolmVersion::getVersionString());
+    response.set("mpiDistribution", MpiCore::getDistribName());
+    response.set("mpiVersion", MpiCore::getMpiVersionName());
+    response.set("executable", Machine::getExecutableName());
+    response.set("startTime", Machine::getStartTime());
+    response.setChild("settings", settings());
+}
+
+}  // namespace
+
+void registerSceneCommands(Controller& controller) {
+    controller.registerCommand("Echo", echo);
+    controller.registerCommand("MachineInfo", machineInfo);
+}
+
+}  // namespace tolm
