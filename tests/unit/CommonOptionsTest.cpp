@@ -1,0 +1,188 @@
+#include <gtest/gtest.h>
+
+#include "machine/Machine.h"
+#include "machine/OptionError.h"
+#include "machine/ParameterInitialValues.h"
+#include "machine/RemoteShellFactory.h"
+#include "machine/RendererConfig.h"
+#include "neo/InternalError.h"
+#include "neo/SingletonCleaner.h"
+#include "platform/StringHelper.h"
+#include "support/Argv.h"
+
+namespace tolm {
+namespace {
+
+using test::Argv;
+
+class CommonOptions : public ::testing::Test {
+protected:
+    void SetUp() override { Machine::reset(); }
+    void TearDown() override {
+        Machine::reset();
+        SingletonCleaner::reset();
+    }
+
+    Machine::ArgumentMap parse(Argv args) {
+        Machine::ArgumentMap consumed;
+        Machine::parseCommonArgvs(args.argc(), args.argv(), consumed);
+        return consumed;
+    }
+    std::string failureOf(Argv args) {
+        try {
+            parse(std::move(args));
+        } catch (const OptionError& error) {
+            return error.what();
+        }
+        return "no failure";
+    }
+};
+
+TEST_F(CommonOptions, EveryValueOptionAtTheEndFailsWithItsMessage) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"-mpi", "Missing -mpi arg"},
+        {"-mpidriver", "Missing -mpi arg"},
+        {"-module", "Missing -module arg"},
+        {"-xmpiversion", "Missing -xmpiversion arg"},
+        {"-xmpidriver", "Missing -xmpidriver arg"},
+        {"-rsh", "Missing -rsh arg"},
+        {"-tmpdir", "Missing -tmpdir arg"},
+        {"-iodebug", "Missing -iodebug arg"},
+        {"-cpubind", "Missing -cpubind arg"},
+        {"-cpubindcontentiontest", "Missing -cpubindcontentiontest arg"},
+        {"-jobmanagerurl", "Missing -jobmanagerurl arg"},
+        {"-taskid", "Missing -taskid arg"},
+        {"-rrthreads", "Missing -rrthreads arg"},
+        {"-rgraphics", "Missing -rgraphics arg"},
+    };
+    for (const auto& [option, message] : cases) {
+        EXPECT_EQ(failureOf({"server", "-s", option}), message) << option;
+    }
+    EXPECT_EQ(failureOf({"server", "-param"}), "Missing -param arg arg");
+}
+
+TEST_F(CommonOptions, ParamWithOneValueStoresNothing) {
+    EXPECT_EQ(failureOf({"server", "-param", "a"}), "Missing -param arg arg");
+    EXPECT_TRUE(ParameterInitialValues::getSingleton().getParameterValues().empty());
+}
+
+TEST_F(CommonOptions, ConsumedMapCountsEntriesAndLeavesOthersToTheServer) {
+    const auto consumed = parse({"server", "-time", "-nothreads", "-batch", "file", "-tmpdir",
+                                 "/scratch", "-param", "p", "1", "-dmprojectid", "7", "-dmnoshare",
+                                 "-unknown", "", "-iodebug", "3"});
+    const Machine::ArgumentMap expected{{"-time", 1},   {"-nothreads", 1}, {"-tmpdir", 2},
+                                        {"-param", 3},  {"-dmnoshare", 1}, {"-iodebug", 2}};
+    EXPECT_EQ(consumed, expected);
+    EXPECT_FALSE(Machine::isThreaded());
+    EXPECT_EQ(Machine::getIOVerbosityLevel(), 3);
+    EXPECT_EQ(Machine::getSingleton().getTemporaryDirectory(), L"/scratch");
+    EXPECT_EQ(Machine::getExecutableName().rfind("tolm_unit_tests", 0), 0u);
+}
+
+TEST_F(CommonOptions, DesignOptionWithoutValueIsLeftToTheServer) {
+    EXPECT_TRUE(parse({"server", "-dmrunfile"}).empty());
+}
+
+TEST_F(CommonOptions, ParamKeepsTheLastValueForAName) {
+    parse({"server", "-param", "speed", "1", "-param", "speed", "2", "-param", "caf\xC3\xA9", "x"});
+    const auto& values = ParameterInitialValues::getSingleton().getParameterValues();
+    EXPECT_EQ(values.at("speed"), "2");
+    EXPECT_EQ(values.at("caf\xC3\xA9"), "x");
+    SingletonCleaner::reset();
+    EXPECT_TRUE(ParameterInitialValues::getSingleton().getParameterValues().empty());
+}
+
+TEST_F(CommonOptions, CpuBindValuesAreCaseSensitive) {
+    parse({"server", "-cpubind", "bandwidth"});
+    EXPECT_EQ(Machine::getCpuBindingPolicy(), Machine::Bandwidth);
+    parse({"server", "-cpubind", "leastload"});
+    EXPECT_EQ(Machine::getCpuBindingPolicy(), Machine::LeastLoad);
+    parse({"server", "-cpubind", "disable"});
+    EXPECT_FALSE(Machine::useInternalBinding());
+    EXPECT_EQ(failureOf({"server", "-cpubind", "Latency"}),
+              "-cpubind argument must be latency/leastload/disable (don't specify anything for "
+              "bandwidth)");
+    parse({"server", "-cpubindcontentiontest", "disable"});
+    EXPECT_FALSE(Machine::isCpuBindingContentionTestEnabled());
+    EXPECT_EQ(failureOf({"server", "-cpubindcontentiontest", "enabled"}),
+              "-cpubindcontentiontest argument must either be enabled/disable");
+}
+
+TEST_F(CommonOptions, JobManagerNeedsBothUrlAndNonZeroTaskId) {
+    const char* message = "Both -jobmanagerurl and -taskid must be specified when using Job Manager";
+    EXPECT_EQ(failureOf({"server", "-jobmanagerurl", "http://jm", "-taskid", "0"}), message);
+    EXPECT_EQ(failureOf({"server", "-taskid", "4"}), message);
+    EXPECT_EQ(failureOf({"server", "-jobmanagerurl", "http://jm"}), message);
+    parse({"server"});
+    EXPECT_EQ(Machine::getSingleton().getTaskId(), 0);
+    parse({"server", "-taskid", "12", "-jobmanagerurl", "http://jm"});
+    EXPECT_EQ(Machine::getSingleton().getJobManagerURL(), L"http://jm");
+    EXPECT_EQ(Machine::getSingleton().getTaskId(), 12);
+}
+
+TEST_F(CommonOptions, FlagsReachTheirSettings) {
+    parse({"server", "-pio", "-printpids", "-xnodeverrors", "-xthreadbindoff",
+           "-xthreadbindverbose", "-deleteOnExit", "-rsh", "ssh -p 22", "-rrthreads", "4",
+           "-rgraphics", "software", "-xmpidriver", "x", "-xmpiversion", "y"});
+    const Machine& machine = Machine::getSingleton();
+    EXPECT_TRUE(machine.isParallelIo());
+    EXPECT_TRUE(Machine::getPrintpids());
+    EXPECT_FALSE(machine.hasDevErrorChecking());
+    EXPECT_EQ(Machine::getThreadBindingAttributes(),
+              Machine::ThreadBindingOff | Machine::ThreadBindingVerbose);
+    EXPECT_TRUE(machine.isDeleteOnExit());
+    EXPECT_EQ(RemoteShellFactory::getDefaultRemoteProcessLauncher(), "ssh -p 22");
+    EXPECT_EQ(RendererConfig::getNumRenderThreads(), 4);
+    EXPECT_EQ(RendererConfig::getGraphics(), "software");
+}
+
+TEST_F(CommonOptions, BadRendererGraphicsIsAnInternalError) {
+    try {
+        parse({"server", "-rgraphics", "holographic"});
+        FAIL();
+    } catch (const InternalError& error) {
+        EXPECT_EQ(std::string(error.what()).rfind("RendererConfig error: ", 0), 0u);
+        EXPECT_EQ(error.getCondition(), "error.empty()");
+    }
+}
+
+TEST_F(CommonOptions, TemporaryDirectoryDefaultsToThePlatformOne) {
+    setenv("TMPDIR", "/var/tmp/", 1);
+    parse({"server"});
+    EXPECT_EQ(Machine::getSingleton().getTemporaryDirectory(), L"/var/tmp");
+}
+
+TEST(StartCommunicators, SerialFlagsAnywhereGiveASerialRunWithoutMpi) {
+    for (const char* flag : {"-s", "-proxyserver", "-proxydaemon"}) {
+        Machine::reset();
+        Argv args{flag, "-mpi", "nosuchmpi"};  // no MPI is touched, so the driver is not read
+        Machine::ArgumentMap consumed;
+        Machine::startCommunicators(args.argc(), args.argv(), consumed);
+        EXPECT_TRUE(Machine::isSerial()) << flag;
+        EXPECT_EQ(consumed, (Machine::ArgumentMap{{flag, 1}}));
+        EXPECT_EQ(Machine::isProxyServer(), std::string(flag) == "-proxyserver");
+        EXPECT_EQ(Machine::isProxySessionDaemon(), std::string(flag) == "-proxydaemon");
+    }
+    Machine::reset();
+}
+
+TEST(StartCommunicators, DriverErrors) {
+    const auto failure = [](Argv args) -> std::string {
+        Machine::ArgumentMap consumed;
+        try {
+            Machine::startCommunicators(args.argc(), args.argv(), consumed);
+        } catch (const std::exception& error) {
+            return error.what();
+        }
+        return "no failure";
+    };
+    EXPECT_EQ(failure({"server", "-mpi", "nosuchmpi"}), "Unknown MPI driver: nosuchmpi");
+    EXPECT_EQ(failure({"server", "-mpidriver"}), "Missing -mpidriver arg");
+    EXPECT_EQ(failure({"server", "-mpi"}), "Missing -mpidriver arg");
+    EXPECT_EQ(failure({"server", "-mpi", "intel"}).rfind(
+                  "Failed to initialize MPI wrapper: libTolmIntelMpi.so: cannot open", 0),
+              0u);
+}
+
+}  // namespace
+}  // namespace tolm
