@@ -17,8 +17,10 @@ namespace {
 // The value of "-batch", if the server was given one.
 std::optional<std::string> batchFile(int argc, char** argv) {
     for (int i = 1; i < argc; ++i) {
-        if (!argv[i] || std::string(argv[i]) != "-batch") continue;
-        if (i + 1 >= argc || !argv[i + 1]) throw OptionError("Missing -batch arg");
+        if (!argv[i] || std::string(argv[i]) != "-batch")
+            continue;
+        if (i + 1 >= argc || !argv[i + 1])
+            throw OptionError("Missing -batch arg");
         return std::string(argv[i + 1]);
     }
     return std::nullopt;
@@ -35,7 +37,8 @@ ExitStatus runLoop(std::istream& input) {
 
 ExitStatus BatchServerHost::run(int argc, char** argv, const Machine::ArgumentMap&) {
     const auto path = batchFile(argc, argv);
-    if (!path) return runLoop(std::cin);
+    if (!path)
+        return runLoop(std::cin);
     std::ifstream batch(*path);
     if (!batch) {
         const std::string reason = Platform::error().lastErrorText();

@@ -8,7 +8,7 @@ namespace tolm {
 // command on standard output. A failed command is answered with its error and the loop goes
 // on; the run's status then holds the server-error code.
 class BatchServerHost : public ServerHost {
-public:
+  public:
     ExitStatus run(int argc, char** argv, const Machine::ArgumentMap& consumed) override;
 };
 

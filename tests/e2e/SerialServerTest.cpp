@@ -20,12 +20,13 @@ std::vector<Properties> responses(const std::string& out) {
     std::vector<Properties> parsed;
     std::istringstream lines(out);
     std::string line;
-    while (std::getline(lines, line)) parsed.emplace_back(line);
+    while (std::getline(lines, line))
+        parsed.emplace_back(line);
     return parsed;
 }
 
 class SerialServer : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { _dir = test::makeTemporaryDirectory(); }
     std::string batch(const std::string& text) {
         const std::string path = _dir + "/batch.jsonl";
@@ -94,8 +95,8 @@ TEST_F(SerialServer, OptionErrorsExitWithTheInvalidArgumentCode) {
 TEST_F(SerialServer, MissingBatchFileIsAFileError) {
     const auto result = runServer({"-s", "-batch", _dir + "/absent.jsonl"});
     EXPECT_EQ(result.exitCode, 4);
-    EXPECT_EQ(result.err,
-              "Error: Cannot open batch file " + _dir + "/absent.jsonl: No such file or directory\n");
+    EXPECT_EQ(result.err, "Error: Cannot open batch file " + _dir +
+                              "/absent.jsonl: No such file or directory\n");
 }
 
 TEST_F(SerialServer, MissingMpiDriverReportsTheLoaderText) {

@@ -26,12 +26,14 @@ std::string readWhole(const std::string& path) {
     const int in = ::open((dir + "/in").c_str(), O_RDONLY);
     const int out = ::open((dir + "/out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
     const int err = ::open((dir + "/err").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    if (in < 0 || out < 0 || err < 0) ::_exit(126);
+    if (in < 0 || out < 0 || err < 0)
+        ::_exit(126);
     ::dup2(in, 0);
     ::dup2(out, 1);
     ::dup2(err, 2);
     std::vector<char*> argv;
-    for (const auto& argument : arguments) argv.push_back(const_cast<char*>(argument.c_str()));
+    for (const auto& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
     argv.push_back(nullptr);
     ::execvp(argv[0], argv.data());
     ::_exit(127);
@@ -56,7 +58,8 @@ int waitWithTimeout(pid_t child, int timeoutSeconds) {
 std::string makeTemporaryDirectory() {
     const char* base = std::getenv("TMPDIR");
     std::string pattern = std::string(base && *base ? base : "/tmp") + "/tolm-test-XXXXXX";
-    if (!::mkdtemp(pattern.data())) throw std::runtime_error("mkdtemp failed for " + pattern);
+    if (!::mkdtemp(pattern.data()))
+        throw std::runtime_error("mkdtemp failed for " + pattern);
     return pattern;
 }
 
@@ -70,13 +73,16 @@ ChildResult runChild(const std::vector<std::string>& arguments, const std::strin
     const std::string dir = makeTemporaryDirectory();
     writeTextFile(dir + "/in", input);
     const pid_t child = ::fork();
-    if (child < 0) throw std::runtime_error("fork failed");
-    if (child == 0) execChild(arguments, dir);
+    if (child < 0)
+        throw std::runtime_error("fork failed");
+    if (child == 0)
+        execChild(arguments, dir);
     ChildResult result;
     result.exitCode = waitWithTimeout(child, timeoutSeconds);
     result.out = readWhole(dir + "/out");
     result.err = readWhole(dir + "/err");
-    for (const char* name : {"/in", "/out", "/err"}) ::unlink((dir + name).c_str());
+    for (const char* name : {"/in", "/out", "/err"})
+        ::unlink((dir + name).c_str());
     ::rmdir(dir.c_str());
     return result;
 }

@@ -16,7 +16,7 @@ namespace {
 using test::Argv;
 
 class CommonOptions : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override { Machine::reset(); }
     void TearDown() override {
         Machine::reset();
@@ -67,11 +67,11 @@ TEST_F(CommonOptions, ParamWithOneValueStoresNothing) {
 }
 
 TEST_F(CommonOptions, ConsumedMapCountsEntriesAndLeavesOthersToTheServer) {
-    const auto consumed = parse({"server", "-time", "-nothreads", "-batch", "file", "-tmpdir",
-                                 "/scratch", "-param", "p", "1", "-dmprojectid", "7", "-dmnoshare",
-                                 "-unknown", "", "-iodebug", "3"});
-    const Machine::ArgumentMap expected{{"-time", 1},   {"-nothreads", 1}, {"-tmpdir", 2},
-                                        {"-param", 3},  {"-dmnoshare", 1}, {"-iodebug", 2}};
+    const auto consumed =
+        parse({"server", "-time", "-nothreads", "-batch", "file", "-tmpdir", "/scratch", "-param",
+               "p", "1", "-dmprojectid", "7", "-dmnoshare", "-unknown", "", "-iodebug", "3"});
+    const Machine::ArgumentMap expected{{"-time", 1},  {"-nothreads", 1}, {"-tmpdir", 2},
+                                        {"-param", 3}, {"-dmnoshare", 1}, {"-iodebug", 2}};
     EXPECT_EQ(consumed, expected);
     EXPECT_FALSE(Machine::isThreaded());
     EXPECT_EQ(Machine::getIOVerbosityLevel(), 3);
@@ -109,7 +109,8 @@ TEST_F(CommonOptions, CpuBindValuesAreCaseSensitive) {
 }
 
 TEST_F(CommonOptions, JobManagerNeedsBothUrlAndNonZeroTaskId) {
-    const char* message = "Both -jobmanagerurl and -taskid must be specified when using Job Manager";
+    const char* message =
+        "Both -jobmanagerurl and -taskid must be specified when using Job Manager";
     EXPECT_EQ(failureOf({"server", "-jobmanagerurl", "http://jm", "-taskid", "0"}), message);
     EXPECT_EQ(failureOf({"server", "-taskid", "4"}), message);
     EXPECT_EQ(failureOf({"server", "-jobmanagerurl", "http://jm"}), message);
@@ -179,8 +180,8 @@ TEST(StartCommunicators, DriverErrors) {
     EXPECT_EQ(failure({"server", "-mpi", "nosuchmpi"}), "Unknown MPI driver: nosuchmpi");
     EXPECT_EQ(failure({"server", "-mpidriver"}), "Missing -mpidriver arg");
     EXPECT_EQ(failure({"server", "-mpi"}), "Missing -mpidriver arg");
-    EXPECT_EQ(failure({"server", "-mpi", "intel"}).rfind(
-                  "Failed to initialize MPI wrapper: libTolmIntelMpi.so: cannot open", 0),
+    EXPECT_EQ(failure({"server", "-mpi", "intel"})
+                  .rfind("Failed to initialize MPI wrapper: libTolmIntelMpi.so: cannot open", 0),
               0u);
 }
 

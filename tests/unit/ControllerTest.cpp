@@ -10,7 +10,7 @@ namespace tolm {
 namespace {
 
 class ControllerTest : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         Controller::reset();
         controller().registerCommand("Add", [](const Properties& command, Properties& response) {
@@ -61,8 +61,10 @@ TEST_F(ControllerTest, OnlyTheOutermostExecutionIsAnnounced) {
 }
 
 TEST_F(ControllerTest, ScatterObserverMayReplaceTheCommand) {
-    FunctionObserver<Properties&> scatter(
-        [](Properties& command) { command = Properties(command.toString()); command.set("b", 10); });
+    FunctionObserver<Properties&> scatter([](Properties& command) {
+        command = Properties(command.toString());
+        command.set("b", 10);
+    });
     controller().getMasterScatterCommandObservable().attach(scatter);
     EXPECT_EQ(controller().execute(Properties(R"({"command":"Add","a":1,"b":0})")).get<int>("sum"),
               11);

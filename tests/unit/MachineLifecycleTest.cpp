@@ -17,7 +17,7 @@ namespace {
 using Critical = Machine::ParallelPerformanceCritical;
 
 class CriticalSections : public ::testing::Test {
-protected:
+  protected:
     void SetUp() override {
         Machine::reset();
         TolmVersion::setDevelopmentVersion(true);

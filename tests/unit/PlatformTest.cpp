@@ -26,9 +26,11 @@ TEST(StringHelper, Utf8RoundTripsThroughWideStrings) {
 
 TEST(StringHelper, InvalidUtf8DecodesToReplacementCharacters) {
     const wchar_t bad = 0xFFFD;
-    EXPECT_EQ(StringHelper::decode("\xFF" "a"), (std::wstring{bad, L'a'}));
-    EXPECT_EQ(StringHelper::decode("\xE2\x82"), (std::wstring{bad, bad}));  // cut short
-    EXPECT_EQ(StringHelper::decode("\xC0\xAF"), (std::wstring{bad, bad}));  // overlong
+    EXPECT_EQ(StringHelper::decode("\xFF"
+                                   "a"),
+              (std::wstring{bad, L'a'}));
+    EXPECT_EQ(StringHelper::decode("\xE2\x82"), (std::wstring{bad, bad}));           // cut short
+    EXPECT_EQ(StringHelper::decode("\xC0\xAF"), (std::wstring{bad, bad}));           // overlong
     EXPECT_EQ(StringHelper::decode("\xED\xA0\x80"), (std::wstring{bad, bad, bad}));  // surrogate
     EXPECT_EQ(StringHelper::toString(std::wstring{wchar_t(0xD800)}), "\xEF\xBF\xBD");
 }

@@ -6,7 +6,7 @@ namespace tolm {
 // 32 of them. Code that needs live communicators tests isExiting() to skip its work once the
 // exit has begun.
 class AtExitRegister {
-public:
+  public:
     static constexpr unsigned maxRegistrations = 32;
 
     static void registerFunction(void (*function)());
@@ -14,7 +14,7 @@ public:
     static void setExiting() { _exiting = true; }
     static bool isExiting() { return _exiting; }
 
-private:
+  private:
     static unsigned _nRegistered;
     static bool _exiting;
 };

@@ -62,16 +62,18 @@ std::vector<CommonArgvParser::Option> CommonArgvParser::makeOptions() {
          [](char** v) { SynchronizedDynamicLoader::load(v[0]); }},
         {"-xmpiversion", 1, "Missing -xmpiversion arg", entered,
          [](char** v) {
-             if (Machine::isParallel()) MpiCore::setMpiVersionName(v[0]);
+             if (Machine::isParallel())
+                 MpiCore::setMpiVersionName(v[0]);
          }},
         {"-xmpidriver", 1, "Missing -xmpidriver arg", entered,
          [](char** v) {
-             if (Machine::isParallel()) MpiCore::setDistribName(v[0]);
+             if (Machine::isParallel())
+                 MpiCore::setDistribName(v[0]);
          }},
         {"-param", 2, "Missing -param arg arg", entered,
          [](char** v) {
              ParameterInitialValues::getSingleton().addParameterArg(wideRoundTrip(v[0]),
-                                                                   wideRoundTrip(v[1]));
+                                                                    wideRoundTrip(v[1]));
          }},
         flag("-pio", [&machine] { machine.setParallelIo(true); }),
         {"-rsh", 1, "Missing -rsh arg", entered,
@@ -80,8 +82,7 @@ std::vector<CommonArgvParser::Option> CommonArgvParser::makeOptions() {
          [&machine](char** v) { machine.setTemporaryDirectory(StringHelper::decode(v[0])); }},
         {"-iodebug", 1, "Missing -iodebug arg", entered,
          [](char** v) { Machine::_iodebug = static_cast<std::uint32_t>(std::atoi(v[0])); }},
-        {"-cpubind", 1, "Missing -cpubind arg", entered,
-         [this](char** v) { applyCpuBind(v[0]); }},
+        {"-cpubind", 1, "Missing -cpubind arg", entered, [this](char** v) { applyCpuBind(v[0]); }},
         mapOnly("-cpubindverbose"),
         mapOnly("-cpubindextendedverbosity"),
         {"-cpubindcontentiontest", 1, "Missing -cpubindcontentiontest arg", entered,
@@ -108,7 +109,8 @@ std::vector<CommonArgvParser::Option> CommonArgvParser::makeOptions() {
 
 const CommonArgvParser::Option* CommonArgvParser::find(const std::string& entry) const {
     for (const auto& option : _options) {
-        if (entry == option.name) return &option;
+        if (entry == option.name)
+            return &option;
     }
     return nullptr;
 }
@@ -126,9 +128,11 @@ void CommonArgvParser::parse(int argc, char** argv, Machine::ArgumentMap& consum
             ++i;  // a design option with no value: the server reads argv itself
             continue;
         }
-        if (!valuesPresent) throw OptionError(option->missingMessage);
+        if (!valuesPresent)
+            throw OptionError(option->missingMessage);
         option->apply(argv + i + 1);
-        if (option->entered) consumed[option->name] = 1 + option->values;
+        if (option->entered)
+            consumed[option->name] = 1 + option->values;
         i += 1 + static_cast<int>(option->values);
     }
     if (!_machine.hasTemporaryDirectory()) {

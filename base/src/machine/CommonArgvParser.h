@@ -14,11 +14,11 @@ namespace tolm {
 // Every applied option is entered in the consumed-argument map with the number of entries it
 // occupies.
 class CommonArgvParser {
-public:
+  public:
     explicit CommonArgvParser(Machine& machine);
     void parse(int argc, char** argv, Machine::ArgumentMap& consumed);
 
-private:
+  private:
     struct Option {
         const char* name;
         unsigned values;             // entries that follow the option

@@ -14,13 +14,16 @@ const char ExitStatus::_errorStrings[numberOfCodes + 1][errorStringLength] = {
     "Non-recoverable server error",
 };
 
-ExitStatus::ExitStatus(ErrorCode code) { set(code); }
+ExitStatus::ExitStatus(ErrorCode code) {
+    set(code);
+}
 
 void ExitStatus::set(ErrorCode code) {
     if (code < 0 || code > static_cast<int>(numberOfCodes)) {
         throw std::out_of_range("invalid bitset<N> position");
     }
-    if (code != SuccessCode) _flags.set(code - 1);
+    if (code != SuccessCode)
+        _flags.set(code - 1);
 }
 
 ExitStatus& ExitStatus::operator+=(const ExitStatus& other) {
@@ -32,8 +35,10 @@ std::string ExitStatus::getMessage() const {
     std::string message;
     for (const ErrorCode code :
          {InvalidArgumentCode, FileErrorCode, FloatingPointErrorCode, NonRecoverableErrorCode}) {
-        if (!_flags.test(code - 1)) continue;
-        if (!message.empty()) message += ",";
+        if (!_flags.test(code - 1))
+            continue;
+        if (!message.empty())
+            message += ",";
         message += _errorStrings[code];
     }
     return message;

@@ -8,7 +8,7 @@ namespace tolm {
 // The classes of failure seen during a run, one flag per error code; code k is bit k-1. The
 // integer value is the process's exit code, so no class of failure is lost in it.
 class ExitStatus {
-public:
+  public:
     enum ErrorCode {
         SuccessCode = 0,
         ServerErrorCode = 1,
@@ -29,7 +29,7 @@ public:
     // The texts of the codes held, ascending, joined by ","; code 1 contributes none.
     std::string getMessage() const;
 
-private:
+  private:
     static constexpr std::size_t numberOfCodes = 6;
     static constexpr std::size_t errorStringLength = 1024;
     static const char _errorStrings[numberOfCodes + 1][errorStringLength];

@@ -58,7 +58,8 @@ Machine::Machine() : _onExitObservable(std::make_unique<OnExitObservable>()) {}
 Machine::~Machine() = default;
 
 Machine& Machine::getSingleton() {
-    if (!_singleton) _singleton = new Machine();
+    if (!_singleton)
+        _singleton = new Machine();
     return *_singleton;
 }
 
@@ -85,13 +86,17 @@ ExitStatus Machine::main(int argc, char** argv) {
 void Machine::startCommunicators(int argc, char** argv, ArgumentMap& consumed) {
     bool serial = false;
     for (int i = 0; i < argc; ++i) {
-        if (!argv[i]) continue;
+        if (!argv[i])
+            continue;
         const std::string entry = argv[i];
-        if (entry != "-s" && entry != "-proxyserver" && entry != "-proxydaemon") continue;
+        if (entry != "-s" && entry != "-proxyserver" && entry != "-proxydaemon")
+            continue;
         consumed[entry] = 1;
         serial = true;
-        if (entry == "-proxyserver") _isProxyServer = true;
-        if (entry == "-proxydaemon") _isProxySessionDaemon = true;
+        if (entry == "-proxyserver")
+            _isProxyServer = true;
+        if (entry == "-proxydaemon")
+            _isProxySessionDaemon = true;
     }
     if (serial) {
         _serialParallelMode = Serial;
@@ -101,8 +106,8 @@ void Machine::startCommunicators(int argc, char** argv, ArgumentMap& consumed) {
     }
     const std::string library = MpiDriverTable::libraryFromArguments(argc, argv, consumed);
     std::string loaderText;
-    void* handle = Platform::dynamiclibrary().load(library, DynamicLibraryLoader::Symbols::Local,
-                                                   loaderText);
+    void* handle =
+        Platform::dynamiclibrary().load(library, DynamicLibraryLoader::Symbols::Local, loaderText);
     if (!handle) {
         throw InternalError("Failed to initialize MPI wrapper: " + loaderText,
                             "QMX_MPI_Initialize(handle) == QMX_MPI_SUCCESS", __FILE__, __LINE__);
@@ -128,7 +133,8 @@ void Machine::startHost() {}
 void Machine::recordDesignFlags(int argc, char** argv) {
     Machine& machine = getSingleton();
     for (int i = 1; i < argc; ++i) {
-        if (!argv[i]) continue;
+        if (!argv[i])
+            continue;
         const std::string entry = argv[i];
         if (entry == "-dmproject") {
             machine._designManager = true;
@@ -144,7 +150,8 @@ void Machine::recordDesignFlags(int argc, char** argv) {
 void Machine::dispatchRole(int argc, char** argv, const ArgumentMap& consumed) {
     // Proxy servers and session daemons run the same server host: the server asks
     // isProxyServer() / isProxySessionDaemon() to tell its role.
-    if (isSerial() || isMaster()) startServerHost(argc, argv, consumed);
+    if (isSerial() || isMaster())
+        startServerHost(argc, argv, consumed);
 }
 
 void Machine::startServerHost(int argc, char** argv, const ArgumentMap& consumed) {
@@ -173,11 +180,16 @@ void Machine::setJobManager(const std::wstring& url, int taskId) {
 
 std::string Machine::getStateString(NodeState state) {
     switch (state) {
-        case AwaitingCommand: return "Awaiting command";
-        case GatheringResponse: return "Gathering response";
-        case HandlingError: return "Handling error";
-        case Processing: return "Processing";
-        default: return "Unknown";
+        case AwaitingCommand:
+            return "Awaiting command";
+        case GatheringResponse:
+            return "Gathering response";
+        case HandlingError:
+            return "Handling error";
+        case Processing:
+            return "Processing";
+        default:
+            return "Unknown";
     }
 }
 
@@ -190,19 +202,29 @@ void Machine::abort(const ExitStatus& status) {
     std::exit(int(machine.getExitStatus()));
 }
 
-void Machine::installTerminateHandler() { std::set_terminate(onTerminate); }
+void Machine::installTerminateHandler() {
+    std::set_terminate(onTerminate);
+}
 
-void Machine::uninstallTerminateHandler() { std::set_terminate(nullptr); }
+void Machine::uninstallTerminateHandler() {
+    std::set_terminate(nullptr);
+}
 
-Machine::OnExitObservable& Machine::getOnExitObservable() { return *_onExitObservable; }
+Machine::OnExitObservable& Machine::getOnExitObservable() {
+    return *_onExitObservable;
+}
 
-std::string Machine::getTime() { return Platform::time().localTimeText(std::time(nullptr)); }
+std::string Machine::getTime() {
+    return Platform::time().localTimeText(std::time(nullptr));
+}
 
 std::string Machine::getStartTime() {
     return Platform::time().localTimeText(startMoment ? startMoment : std::time(nullptr));
 }
 
-double Machine::wallTime() { return Platform::time().wallSeconds(); }
+double Machine::wallTime() {
+    return Platform::time().wallSeconds();
+}
 
 void Machine::reset() {
     delete _singleton;

@@ -20,7 +20,7 @@ class ServerHost;
 // Errors: option errors are OptionError (their text is the user's message); broken
 // preconditions are InternalError; failures that must end the job are NonRecoverableError.
 class Machine {
-public:
+  public:
     enum SerialParallelMode { Serial = 0, Master = 1, Slave = 2 };
     enum NodeState {
         Unknown = -1,
@@ -32,7 +32,10 @@ public:
     enum class ServerType { Solver, Proxy, SessionDaemon };
     enum CpuBindingPolicy { Bandwidth = 0, Latency = 1, LeastLoad = 2 };
     // Bits of _threadBindingAttributes.
-    enum ThreadBindingAttribute : std::uint32_t { ThreadBindingOff = 1u, ThreadBindingVerbose = 2u };
+    enum ThreadBindingAttribute : std::uint32_t {
+        ThreadBindingOff = 1u,
+        ThreadBindingVerbose = 2u
+    };
 
     // Option text -> number of argv entries it occupies, for every option the machine took.
     using ArgumentMap = std::map<std::string, unsigned>;
@@ -125,7 +128,7 @@ public:
     // tools that start the machine more than once in one process.
     static void reset();
 
-private:
+  private:
     friend class CommonArgvParser;
 
     Machine();

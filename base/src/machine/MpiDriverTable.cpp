@@ -25,7 +25,8 @@ constexpr std::array<std::pair<const char*, const char*>, 10> drivers{{
 
 std::string MpiDriverTable::libraryFor(const std::string& value) {
     for (const auto& [name, library] : drivers) {
-        if (value == name) return library;
+        if (value == name)
+            return library;
     }
     throw OptionError("Unknown MPI driver: " + value);
 }
@@ -33,10 +34,13 @@ std::string MpiDriverTable::libraryFor(const std::string& value) {
 std::string MpiDriverTable::libraryFromArguments(int argc, char** argv,
                                                  Machine::ArgumentMap& consumed) {
     for (int i = 1; i < argc; ++i) {
-        if (!argv[i]) continue;
+        if (!argv[i])
+            continue;
         const std::string option = argv[i];
-        if (option != "-mpi" && option != "-mpidriver") continue;
-        if (i + 1 >= argc || !argv[i + 1]) throw OptionError("Missing -mpidriver arg");
+        if (option != "-mpi" && option != "-mpidriver")
+            continue;
+        if (i + 1 >= argc || !argv[i + 1])
+            throw OptionError("Missing -mpidriver arg");
         consumed[option] = 2;
         return libraryFor(argv[i + 1]);
     }

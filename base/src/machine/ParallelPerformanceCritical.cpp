@@ -17,16 +17,20 @@ std::map<std::string, unsigned long>& exemptionCounts() {
     return counts;
 }
 
-void printLine(const char* line) { std::printf("%s\n", line); }
+void printLine(const char* line) {
+    std::printf("%s\n", line);
+}
 
 }  // namespace
 
 Machine::ParallelPerformanceCritical::ParallelPerformanceCritical() {
-    if (Thread::isMain()) ++_performanceCriticalLock;
+    if (Thread::isMain())
+        ++_performanceCriticalLock;
 }
 
 Machine::ParallelPerformanceCritical::~ParallelPerformanceCritical() {
-    if (!Thread::isMain()) return;
+    if (!Thread::isMain())
+        return;
     if (_performanceCriticalLock == 0) {
         printLine("Warning : PerformanceCritical lock out of synch..");
         std::fflush(stdout);
@@ -36,13 +40,15 @@ Machine::ParallelPerformanceCritical::~ParallelPerformanceCritical() {
 }
 
 Machine::ParallelPerformanceCritical::Exemption::Exemption() {
-    if (!Thread::isMain()) return;
+    if (!Thread::isMain())
+        return;
     _savedCount = _performanceCriticalLock;
     _performanceCriticalLock = 0;
 }
 
 Machine::ParallelPerformanceCritical::Exemption::~Exemption() {
-    if (Thread::isMain()) _performanceCriticalLock += _savedCount;
+    if (Thread::isMain())
+        _performanceCriticalLock += _savedCount;
 }
 
 Machine::ParallelPerformanceCritical::TemporaryExemption::TemporaryExemption(
@@ -54,20 +60,24 @@ Machine::ParallelPerformanceCritical::TemporaryExemption::TemporaryExemption(
                     "ParallelPerformanceCritical::TemporaryExemption!");
     }
     addExemption(*this);
-    if (!Thread::isMain()) return;
+    if (!Thread::isMain())
+        return;
     _savedCount = _performanceCriticalLock;
     _performanceCriticalLock = 0;
 }
 
 Machine::ParallelPerformanceCritical::TemporaryExemption::~TemporaryExemption() {
-    if (Thread::isMain()) _performanceCriticalLock += _savedCount;
+    if (Thread::isMain())
+        _performanceCriticalLock += _savedCount;
 }
 
 bool Machine::ParallelPerformanceCritical::TemporaryExemption::isJiraId(const std::string& id) {
     static const std::string prefix = "QMXP-";
-    if (id.size() <= prefix.size() || id.compare(0, prefix.size(), prefix) != 0) return false;
+    if (id.size() <= prefix.size() || id.compare(0, prefix.size(), prefix) != 0)
+        return false;
     for (std::size_t i = prefix.size(); i < id.size(); ++i) {
-        if (!std::isdigit(static_cast<unsigned char>(id[i]))) return false;
+        if (!std::isdigit(static_cast<unsigned char>(id[i])))
+            return false;
     }
     return true;
 }
@@ -83,7 +93,8 @@ Machine::ParallelPerformanceCritical::TemporaryExemption::exemptions() {
 }
 
 void Machine::ParallelPerformanceCritical::TemporaryExemption::printExemptions() {
-    if (exemptionCounts().empty()) return;
+    if (exemptionCounts().empty())
+        return;
     printLine("Temporary exemptions from performance-critical sections:");
     for (const auto& [ticket, count] : exemptionCounts()) {
         std::printf("  %s: %lu time(s)\n", ticket.c_str(), count);
@@ -98,13 +109,15 @@ bool& Machine::ParallelPerformanceCritical::TemporaryExemption::verbose() {
 
 Observer& Machine::ParallelPerformanceCritical::TemporaryExemption::getExitObserver() {
     static FunctionObserver<> observer([] {
-        if (verbose()) printExemptions();
+        if (verbose())
+            printExemptions();
     });
     return observer;
 }
 
 void Machine::assertNotParallelPerformanceCritical(const char* where) {
-    if (_performanceCriticalLock != 0) handleFailedPerformanceCriticalTest(where);
+    if (_performanceCriticalLock != 0)
+        handleFailedPerformanceCriticalTest(where);
 }
 
 void Machine::handleFailedPerformanceCriticalTest(const char* where) {
@@ -123,7 +136,8 @@ void Machine::handleFailedPerformanceCriticalTest(const char* where) {
     const auto backTrace = Platform::process().backTrace(1);
     if (!backTrace.empty()) {
         std::string text;
-        for (const auto& frame : backTrace) text += "\n  " + frame;
+        for (const auto& frame : backTrace)
+            text += "\n  " + frame;
         std::printf("Back trace : %s\n", text.c_str());
     }
     std::fflush(stdout);

@@ -12,7 +12,7 @@ namespace tolm {
 // Communication entry points call Machine::assertNotParallelPerformanceCritical, which fails
 // in development builds with dev error checking on.
 class Machine::ParallelPerformanceCritical {
-public:
+  public:
     ParallelPerformanceCritical();
     ~ParallelPerformanceCritical();
     ParallelPerformanceCritical(const ParallelPerformanceCritical&) = delete;
@@ -24,13 +24,13 @@ public:
 
 // Suspends every enclosing section for its own lifetime.
 class Machine::ParallelPerformanceCritical::Exemption {
-public:
+  public:
     Exemption();
     ~Exemption();
     Exemption(const Exemption&) = delete;
     Exemption& operator=(const Exemption&) = delete;
 
-private:
+  private:
     std::uint32_t _savedCount = 0;
 };
 
@@ -38,7 +38,7 @@ private:
 // ticket id ("QMXP-" and the ticket number) and count the exemptions made per ticket; in
 // verbose mode they are printed when the run ends.
 class Machine::ParallelPerformanceCritical::TemporaryExemption {
-public:
+  public:
     explicit TemporaryExemption(const std::string& jiraId);
     ~TemporaryExemption();
     TemporaryExemption(const TemporaryExemption&) = delete;
@@ -52,7 +52,7 @@ public:
     // Prints the exemptions when the run ends; attached to the machine's exit observable.
     static Observer& getExitObserver();
 
-private:
+  private:
     std::string _jiraId;
     std::uint32_t _savedCount = 0;
 };

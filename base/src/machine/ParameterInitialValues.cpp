@@ -18,6 +18,8 @@ void ParameterInitialValues::addParameterArg(const std::string& name, const std:
     _values[name] = value;
 }
 
-void ParameterInitialValues::reset() { _singleton.reset(); }
+void ParameterInitialValues::reset() {
+    _singleton.reset();
+}
 
 }  // namespace tolm

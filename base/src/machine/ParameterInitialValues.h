@@ -9,13 +9,13 @@ namespace tolm {
 // kept for the server to apply once its models exist. The last value given for a name wins.
 // The singleton is destroyed by the singleton cleaner at the end of a run.
 class ParameterInitialValues {
-public:
+  public:
     static ParameterInitialValues& getSingleton();
 
     void addParameterArg(const std::string& name, const std::string& value);
     const std::map<std::string, std::string>& getParameterValues() const { return _values; }
 
-private:
+  private:
     static void reset();
 
     static std::unique_ptr<ParameterInitialValues> _singleton;

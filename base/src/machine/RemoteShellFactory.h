@@ -6,11 +6,11 @@ namespace tolm {
 // Chooses the remote shell through which processes are launched on other hosts. "-rsh"
 // names the job's default.
 class RemoteShellFactory {
-public:
+  public:
     static void setDefaultRemoteProcessLauncher(const std::string& remoteShell);
     static const std::string& getDefaultRemoteProcessLauncher();
 
-private:
+  private:
     static std::string _defaultRemoteShell;
 };
 

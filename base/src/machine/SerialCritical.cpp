@@ -8,11 +8,13 @@
 namespace tolm {
 
 Machine::SerialCritical::SerialCritical() {
-    if (Thread::isMain()) ++_serialCriticalLock;
+    if (Thread::isMain())
+        ++_serialCriticalLock;
 }
 
 Machine::SerialCritical::~SerialCritical() {
-    if (!Thread::isMain()) return;
+    if (!Thread::isMain())
+        return;
     if (_serialCriticalLock == 0) {
         std::printf("Warning : SerialCritical lock out of synch..\n");
         std::fflush(stdout);

@@ -7,7 +7,7 @@ namespace tolm {
 // Guards nest; counting happens on the main thread only. Communication entry points call
 // Machine::assertNotSerialCritical, which fails in every build.
 class Machine::SerialCritical {
-public:
+  public:
     SerialCritical();
     ~SerialCritical();
     SerialCritical(const SerialCritical&) = delete;

@@ -9,7 +9,7 @@ namespace tolm {
 // A command is a Properties record whose "command" entry names it; the rest are its
 // arguments. A handler fills the response, or throws Error to fail the command.
 class Command {
-public:
+  public:
     static constexpr const char* COMMAND_TAG = "command";
     using Handler = std::function<void(const Properties& command, Properties& response)>;
 

@@ -20,12 +20,12 @@ std::unique_ptr<Controller>& singletonSlot() {
 
 // Counts nested executions so that only the outermost one is announced.
 class ExecutionDepth {
-public:
+  public:
     explicit ExecutionDepth(int& depth) : _depth(++depth) {}
     ~ExecutionDepth() { --_depth; }
     bool isOutermost() const { return _depth == 1; }
 
-private:
+  private:
     int& _depth;
 };
 
@@ -33,11 +33,14 @@ private:
 
 Controller& Controller::getSingleton() {
     auto& slot = singletonSlot();
-    if (!slot) slot = std::make_unique<Controller>();
+    if (!slot)
+        slot = std::make_unique<Controller>();
     return *slot;
 }
 
-void Controller::reset() { singletonSlot().reset(); }
+void Controller::reset() {
+    singletonSlot().reset();
+}
 
 void Controller::registerCommand(const std::string& name, Command::Handler handler) {
     TOLM_ASSERT(!name.empty() && handler, "A command needs a name and a handler");
@@ -47,7 +50,8 @@ void Controller::registerCommand(const std::string& name, Command::Handler handl
 
 std::vector<std::string> Controller::commandNames() const {
     std::vector<std::string> names;
-    for (const auto& entry : _handlers) names.push_back(entry.first);
+    for (const auto& entry : _handlers)
+        names.push_back(entry.first);
     return names;
 }
 
@@ -74,9 +78,11 @@ Properties Controller::execute(const Properties& command) {
 void Controller::runHandler(const Properties& command, Properties& response) const {
     try {
         const std::string name = Command::getCommandName(command);
-        if (name.empty()) throw Error("Command has no \"command\" entry", 1);
+        if (name.empty())
+            throw Error("Command has no \"command\" entry", 1);
         const auto handler = _handlers.find(name);
-        if (handler == _handlers.end()) throw Error("Unknown command: " + name, 1);
+        if (handler == _handlers.end())
+            throw Error("Unknown command: " + name, 1);
         handler->second(command, response);
     } catch (const NonRecoverableError&) {
         throw;
@@ -100,7 +106,8 @@ void Controller::processCommands() {
     while (!_stopRequested && std::getline(*_input, line)) {
         ++lineNumber;
         const std::string text = StringHelper::trim(line);
-        if (text.empty()) continue;
+        if (text.empty())
+            continue;
         std::optional<Properties> command;
         try {
             command.emplace(text);
@@ -118,7 +125,8 @@ void Controller::processCommands() {
 
 void Controller::answer(const Properties& command) {
     Properties response;
-    if (!executeCommand(command, response)) ++_failedCommands;
+    if (!executeCommand(command, response))
+        ++_failedCommands;
     writeResponse(response);
 }
 
@@ -131,12 +139,15 @@ void Controller::answerMalformedLine(const std::string& problem, unsigned long l
 }
 
 void Controller::writeResponse(const Properties& response) {
-    if (!_output) return;
+    if (!_output)
+        return;
     *_output << response.toString() << '\n';
     _output->flush();
 }
 
-void Controller::queueCommand(Properties command) { _queue.push_back(std::move(command)); }
+void Controller::queueCommand(Properties command) {
+    _queue.push_back(std::move(command));
+}
 
 void Controller::processQueuedCommands() {
     while (!_queue.empty()) {

@@ -21,7 +21,7 @@ namespace tolm {
 // the response. A handler's `Error` becomes the response's error record; a
 // `NonRecoverableError` passes through to the caller, since the job cannot go on.
 class Controller {
-public:
+  public:
     using ResponseSubject = TypedSubject<Properties&>;
 
     static Controller& getSingleton();
@@ -59,7 +59,7 @@ public:
     // Told of a termination signal (its number) seen between two commands.
     TypedSubject<int>& getSignalRaisedObservable() { return _signalRaised; }
 
-private:
+  private:
     void runHandler(const Properties& command, Properties& response) const;
     void answer(const Properties& command);
     void answerMalformedLine(const std::string& problem, unsigned long lineNumber);

@@ -13,14 +13,19 @@ Error::Error(const std::string& message, int severity, Properties properties,
     _properties.set(SEVERITY_TAG, severity);
 }
 
-int Error::getSeverity() const { return _properties.get<int>(SEVERITY_TAG); }
+int Error::getSeverity() const {
+    return _properties.get<int>(SEVERITY_TAG);
+}
 
-std::string Error::getType() const { return _properties.get<std::string>(ERROR_TAG); }
+std::string Error::getType() const {
+    return _properties.get<std::string>(ERROR_TAG);
+}
 
 void Error::writeTo(Properties& response) const {
     // The stack trace stays out: it is for the log of the process that failed.
     for (const auto& item : _properties.value().items()) {
-        if (item.key() != STACK_TRACE_TAG) response.value()[item.key()] = item.value();
+        if (item.key() != STACK_TRACE_TAG)
+            response.value()[item.key()] = item.value();
     }
 }
 
@@ -30,7 +35,8 @@ void Error::captureStackTrace() {
 }
 
 std::string Error::getMessage(const Properties& response) {
-    if (!isErrorIn(response)) return {};
+    if (!isErrorIn(response))
+        return {};
     return response.get<std::string>(MESSAGE_TAG, "");
 }
 

@@ -13,7 +13,7 @@ namespace tolm {
 // An error is also a record: `properties()` holds its type, message, severity and, where one
 // was taken, its stack trace, under the tags below, so that it can travel in a response.
 class Error : public std::exception {
-public:
+  public:
     static constexpr const char* ERROR_TAG = "error";  // the error's type name
     static constexpr const char* MESSAGE_TAG = "message";
     static constexpr const char* SEVERITY_TAG = "severity";
@@ -42,7 +42,7 @@ public:
     // The message of the error carried by `response`, or "" when it carries none.
     static std::string getMessage(const Properties& response);
 
-private:
+  private:
     std::string _message;
     Properties _properties;
     bool _collective = false;

@@ -26,6 +26,8 @@ const std::map<std::pair<std::string, std::string>, EventTracker::Totals>& Event
     return table();
 }
 
-void EventTracker::reset() { table().clear(); }
+void EventTracker::reset() {
+    table().clear();
+}
 
 }  // namespace tolm

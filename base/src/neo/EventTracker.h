@@ -8,7 +8,7 @@ namespace tolm {
 // Counts and times named scopes of work ("category" / "name"), e.g. the stages of a command.
 // Main thread only.
 class EventTracker {
-public:
+  public:
     struct Totals {
         unsigned long count = 0;
         double seconds = 0.0;
@@ -16,13 +16,13 @@ public:
 
     // Measures one scope: from construction to destruction.
     class Track {
-    public:
+      public:
         Track(const char* category, const char* name);
         ~Track();
         Track(const Track&) = delete;
         Track& operator=(const Track&) = delete;
 
-    private:
+      private:
         const char* _category;
         const char* _name;
         double _start;

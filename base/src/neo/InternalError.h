@@ -8,7 +8,7 @@ namespace tolm {
 // A broken precondition or an impossible state. Carries the failed condition as written in
 // the source, and the file and line of the check.
 class InternalError : public Error {
-public:
+  public:
     static constexpr const char* TYPE = "InternalError";
     static constexpr const char* CONDITION_TAG = "condition";
     static constexpr const char* FILE_TAG = "file";
@@ -28,5 +28,6 @@ public:
 // false. `message` is evaluated only on failure.
 #define TOLM_ASSERT(condition, message)                                             \
     do {                                                                            \
-        if (!(condition)) throw ::tolm::InternalError((message), #condition, __FILE__, __LINE__); \
+        if (!(condition))                                                           \
+            throw ::tolm::InternalError((message), #condition, __FILE__, __LINE__); \
     } while (false)

@@ -7,7 +7,7 @@ namespace tolm {
 
 // A failure after which the job cannot go on: whoever catches it ends the job.
 class NonRecoverableError : public Error {
-public:
+  public:
     static constexpr const char* NON_RECOVERABLE_TAG = "nonRecoverable";
 
     explicit NonRecoverableError(const std::string& message, Properties properties = {},

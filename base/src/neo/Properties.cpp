@@ -6,13 +6,16 @@ namespace tolm {
 
 Properties::Properties(std::string_view jsonText) {
     Value parsed = Value::parse(jsonText, nullptr, false);
-    if (parsed.is_discarded()) throw Error("Malformed properties text: not valid JSON", 1);
-    if (!parsed.is_object()) throw Error("Malformed properties text: not a JSON object", 1);
+    if (parsed.is_discarded())
+        throw Error("Malformed properties text: not valid JSON", 1);
+    if (!parsed.is_object())
+        throw Error("Malformed properties text: not a JSON object", 1);
     _tree = std::move(parsed);
 }
 
 Properties Properties::fromValue(Value value) {
-    if (!value.is_object()) throw Error("Properties value is not a JSON object", 1);
+    if (!value.is_object())
+        throw Error("Properties value is not a JSON object", 1);
     Properties properties;
     properties._tree = std::move(value);
     return properties;
@@ -21,14 +24,17 @@ Properties Properties::fromValue(Value value) {
 std::vector<std::string> Properties::keys() const {
     std::vector<std::string> names;
     names.reserve(_tree.size());
-    for (const auto& item : _tree.items()) names.push_back(item.key());
+    for (const auto& item : _tree.items())
+        names.push_back(item.key());
     return names;
 }
 
 Properties Properties::getChild(std::string_view key) const {
     const auto found = _tree.find(key);
-    if (found == _tree.end()) throwBadValue(key, "is missing");
-    if (!found->is_object()) throwBadValue(key, "is not a nested properties object");
+    if (found == _tree.end())
+        throwBadValue(key, "is missing");
+    if (!found->is_object())
+        throwBadValue(key, "is not a nested properties object");
     return fromValue(*found);
 }
 

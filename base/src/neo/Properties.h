@@ -14,7 +14,7 @@ namespace tolm {
 // Errors: reading text that is not a JSON object, or getting a missing key or a value of
 // another type, throws `Error` naming the key or the text's fault; nothing is half-read.
 class Properties {
-public:
+  public:
     using Value = nlohmann::ordered_json;
 
     Properties() : _tree(Value::object()) {}
@@ -46,7 +46,7 @@ public:
 
     bool operator==(const Properties& other) const { return _tree == other._tree; }
 
-private:
+  private:
     [[noreturn]] void throwBadValue(std::string_view key, const char* problem) const;
 
     Value _tree;
@@ -55,7 +55,8 @@ private:
 template <typename T>
 T Properties::get(std::string_view key) const {
     const auto found = _tree.find(key);
-    if (found == _tree.end()) throwBadValue(key, "is missing");
+    if (found == _tree.end())
+        throwBadValue(key, "is missing");
     try {
         return found->template get<T>();
     } catch (const nlohmann::json::exception&) {

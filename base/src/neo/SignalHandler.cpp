@@ -21,7 +21,9 @@ extern "C" void onFloatingPointSignal(int) {
     ::_exit(fpeExitCode);
 }
 
-extern "C" void onTerminationSignal(int signal) { pendingSignal = signal; }
+extern "C" void onTerminationSignal(int signal) {
+    pendingSignal = signal;
+}
 
 void install(int signal, void (*handler)(int)) {
     struct sigaction action {};
@@ -38,10 +40,13 @@ void SignalHandler::setCatchFpeSignals(bool catchSignals) {
     FpuHandling::enableTraps(catchSignals);
 }
 
-void SignalHandler::setFpeExitCode(int code) { fpeExitCode = code; }
+void SignalHandler::setFpeExitCode(int code) {
+    fpeExitCode = code;
+}
 
 void SignalHandler::catchTerminationSignals() {
-    for (const int signal : {SIGINT, SIGTERM, SIGHUP}) install(signal, onTerminationSignal);
+    for (const int signal : {SIGINT, SIGTERM, SIGHUP})
+        install(signal, onTerminationSignal);
 }
 
 int SignalHandler::takePendingSignal() {

@@ -9,7 +9,7 @@ namespace tolm {
 // - Termination signals (SIGINT, SIGTERM, SIGHUP): recorded, and taken by the command loop
 //   between two commands.
 class SignalHandler {
-public:
+  public:
     static bool _catchFpeSignals;
 
     static void setCatchFpeSignals(bool catchSignals);

@@ -20,7 +20,8 @@ void SingletonCleaner::reset() {
     // A clean-up may register another: take the list first.
     auto functions = std::move(cleanUps());
     cleanUps().clear();
-    for (auto it = functions.rbegin(); it != functions.rend(); ++it) (*it)();
+    for (auto it = functions.rbegin(); it != functions.rend(); ++it)
+        (*it)();
 }
 
 }  // namespace tolm

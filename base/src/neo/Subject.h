@@ -7,7 +7,7 @@ namespace tolm {
 
 template <typename... Args>
 class TypedObserver {
-public:
+  public:
     virtual ~TypedObserver() = default;
     virtual void update(Args... args) = 0;
 };
@@ -17,11 +17,12 @@ public:
 // because notification walks a copy of the list. Not thread-safe: one thread owns a subject.
 template <typename... Args>
 class TypedSubject {
-public:
+  public:
     using Observer = TypedObserver<Args...>;
 
     void attach(Observer& observer) {
-        if (!isAttached(observer)) _observers.push_back(&observer);
+        if (!isAttached(observer))
+            _observers.push_back(&observer);
     }
     void detach(Observer& observer) { std::erase(_observers, &observer); }
     bool isAttached(const Observer& observer) const {
@@ -32,23 +33,24 @@ public:
     void notify(Args... args) const {
         const auto observers = _observers;
         for (Observer* observer : observers) {
-            if (isAttached(*observer)) observer->update(args...);
+            if (isAttached(*observer))
+                observer->update(args...);
         }
     }
 
-private:
+  private:
     std::vector<Observer*> _observers;
 };
 
 // An observer that forwards to a function, for callers that need no class of their own.
 template <typename... Args>
 class FunctionObserver : public TypedObserver<Args...> {
-public:
+  public:
     explicit FunctionObserver(std::function<void(Args...)> function)
         : _function(std::move(function)) {}
     void update(Args... args) override { _function(args...); }
 
-private:
+  private:
     std::function<void(Args...)> _function;
 };
 

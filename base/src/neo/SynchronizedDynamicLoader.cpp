@@ -21,13 +21,15 @@ std::vector<std::string>& stateModules() {
 }
 
 void initialise(const std::string& name) {
-    if (initialisedModules().contains(name)) return;
+    if (initialisedModules().contains(name))
+        return;
     auto& loader = Platform::dynamiclibrary();
     std::string error;
     void* handle = loader.load(name, DynamicLibraryLoader::Symbols::Local, error);
     void* entry =
         handle ? loader.symbol(handle, SynchronizedDynamicLoader::ENTRY_POINT, error) : nullptr;
-    if (!entry) throw Error("Failed to load module " + name + ": " + error, 2);
+    if (!entry)
+        throw Error("Failed to load module " + name + ": " + error, 2);
     reinterpret_cast<void (*)()>(entry)();
     initialisedModules().insert(name);
 }
@@ -37,10 +39,13 @@ void initialise(const std::string& name) {
 void SynchronizedDynamicLoader::load(const std::string& name) {
     initialise(name);
     auto& names = stateModules();
-    if (std::find(names.begin(), names.end(), name) == names.end()) names.push_back(name);
+    if (std::find(names.begin(), names.end(), name) == names.end())
+        names.push_back(name);
 }
 
-void SynchronizedDynamicLoader::nonStateLoad(const std::string& name) { initialise(name); }
+void SynchronizedDynamicLoader::nonStateLoad(const std::string& name) {
+    initialise(name);
+}
 
 const std::vector<std::string>& SynchronizedDynamicLoader::loadedModules() {
     return stateModules();

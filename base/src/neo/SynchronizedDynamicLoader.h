@@ -12,7 +12,7 @@ namespace tolm {
 // Errors: a module that cannot be loaded, or has no entry point, is an Error
 // "Failed to load module <Name>: <loader text>".
 class SynchronizedDynamicLoader {
-public:
+  public:
     static constexpr const char* ENTRY_POINT = "tolmModuleInitialize";
 
     // Loads a module that belongs to the run's state (listed by `loadedModules`).

@@ -13,10 +13,16 @@ bool developmentVersion = false;
 
 std::string TolmVersion::_machineConfig;
 
-std::string TolmVersion::getVersionString() { return "TolmMachine " TOLM_VERSION; }
+std::string TolmVersion::getVersionString() {
+    return "TolmMachine " TOLM_VERSION;
+}
 
-bool TolmVersion::isDevelopmentVersion() { return developmentVersion; }
+bool TolmVersion::isDevelopmentVersion() {
+    return developmentVersion;
+}
 
-void TolmVersion::setDevelopmentVersion(bool development) { developmentVersion = development; }
+void TolmVersion::setDevelopmentVersion(bool development) {
+    developmentVersion = development;
+}
 
 }  // namespace tolm

@@ -5,7 +5,7 @@ namespace tolm {
 
 // The build's version and the configuration of the running machine.
 class TolmVersion {
-public:
+  public:
     // "Np=<processes>" in a parallel run, "Serial" otherwise; set during start-up.
     static std::string _machineConfig;
 

@@ -7,12 +7,15 @@
 
 namespace tolm {
 
-std::string DynamicLibraryLoader::fileName(const std::string& name) { return "lib" + name + ".so"; }
+std::string DynamicLibraryLoader::fileName(const std::string& name) {
+    return "lib" + name + ".so";
+}
 
 std::vector<std::string> DynamicLibraryLoader::searchDirectories() const {
     const std::string executable = Platform::filesystem().executablePath();
     const auto cut = executable.rfind(FileSystem::separator);
-    if (cut == std::string::npos) return {};
+    if (cut == std::string::npos)
+        return {};
     const std::string directory = executable.substr(0, cut);
     return {directory, directory + "/../lib"};
 }
@@ -23,12 +26,15 @@ void* DynamicLibraryLoader::load(const std::string& name, Symbols symbols,
     const std::string file = fileName(name);
     for (const auto& directory : searchDirectories()) {
         const std::string candidate = directory + FileSystem::separator + file;
-        if (!Platform::filesystem().exists(candidate)) continue;
-        if (void* handle = ::dlopen(candidate.c_str(), mode)) return handle;
+        if (!Platform::filesystem().exists(candidate))
+            continue;
+        if (void* handle = ::dlopen(candidate.c_str(), mode))
+            return handle;
         error = ::dlerror();  // found but unusable: report why rather than searching on
         return nullptr;
     }
-    if (void* handle = ::dlopen(file.c_str(), mode)) return handle;
+    if (void* handle = ::dlopen(file.c_str(), mode))
+        return handle;
     error = ::dlerror();
     return nullptr;
 }

@@ -8,7 +8,7 @@ namespace tolm {
 // to the running executable, then in the install's library directory (../lib beside the
 // executable's directory), then by the system loader's own search path.
 class DynamicLibraryLoader {
-public:
+  public:
     enum class Symbols {
         Local,   // the library's symbols stay private to it
         Global,  // later-loaded libraries may resolve symbols from it

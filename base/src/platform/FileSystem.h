@@ -6,8 +6,13 @@ namespace tolm {
 
 // Paths and files of the local file system. Paths are narrow UTF-8 strings.
 class FileSystem {
-public:
+  public:
     static constexpr char separator = '/';
+
+    // `path` made absolute against the working directory and lexically normalised; the file
+    // need not exist.
+    std::wstring getFilePath(const std::wstring& path) const;
+    std::wstring nullDevicePath() const { return L"/dev/null"; }
 
     // Full path of the running executable, resolved through /proc/self/exe.
     std::string executablePath() const;

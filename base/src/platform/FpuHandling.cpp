@@ -14,14 +14,18 @@ void resetEnvironment() {
     std::feclearexcept(FE_ALL_EXCEPT);
 }
 
-bool isFpeStatusClear() { return std::fetestexcept(watchedExceptions) == 0; }
+bool isFpeStatusClear() {
+    return std::fetestexcept(watchedExceptions) == 0;
+}
 
 std::string getFpeStatusAsString() {
     const int raised = std::fetestexcept(watchedExceptions);
     std::string text;
     const auto add = [&](int flag, const char* name) {
-        if (!(raised & flag)) return;
-        if (!text.empty()) text += ", ";
+        if (!(raised & flag))
+            return;
+        if (!text.empty())
+            text += ", ";
         text += name;
     };
     add(FE_DIVBYZERO, "Floating point division by zero");
@@ -30,7 +34,9 @@ std::string getFpeStatusAsString() {
     return text;
 }
 
-void clearFpeStatus() { std::feclearexcept(watchedExceptions); }
+void clearFpeStatus() {
+    std::feclearexcept(watchedExceptions);
+}
 
 void enableTraps(bool enable) {
     if (enable) {

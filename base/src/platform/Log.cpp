@@ -29,9 +29,13 @@ void write(Log::Level level, const std::string& text) {
 
 }  // namespace
 
-void Log::info(const std::string& text) { write(Level::Info, text); }
+void Log::info(const std::string& text) {
+    write(Level::Info, text);
+}
 
-void Log::warning(const std::string& text) { write(Level::Warning, text); }
+void Log::warning(const std::string& text) {
+    write(Level::Warning, text);
+}
 
 Log::Sink Log::setSink(Sink sink) {
     std::lock_guard lock(logMutex());

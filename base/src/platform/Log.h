@@ -8,7 +8,7 @@ namespace tolm::OS {
 // to standard error as "Warning: <text>" or "Info: <text>"; a sink can take them instead
 // (a log file, or a test that reads them back). Safe to call from any thread.
 class Log {
-public:
+  public:
     enum class Level { Info, Warning };
     using Sink = std::function<void(Level, const std::string&)>;
 

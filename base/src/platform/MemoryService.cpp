@@ -19,7 +19,8 @@ std::uint64_t kilobytesField(std::string_view text, std::string_view key) {
         const std::size_t colon = at + key.size();
         if (lineStart && colon < text.size() && text[colon] == ':') {
             std::size_t digits = text.find_first_not_of(" \t", colon + 1);
-            if (digits == std::string_view::npos) return 0;
+            if (digits == std::string_view::npos)
+                return 0;
             std::uint64_t kilobytes = 0;
             std::from_chars(text.data() + digits, text.data() + text.size(), kilobytes);
             return kilobytes * 1024;
@@ -43,7 +44,8 @@ MemoryUsage MemoryService::parseStatus(std::string_view statusText) {
 
 MemoryUsage MemoryService::currentProcess() const {
     std::string status;
-    if (!Platform::filesystem().readFile("/proc/self/status", status)) return {};
+    if (!Platform::filesystem().readFile("/proc/self/status", status))
+        return {};
     return parseStatus(status);
 }
 

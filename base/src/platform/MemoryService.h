@@ -8,14 +8,14 @@ namespace tolm {
 struct MemoryUsage {
     std::uint64_t virtualBytes = 0;
     std::uint64_t residentBytes = 0;
-    std::uint64_t libraryBytes = 0;        // mapped shared-library code
-    std::uint64_t virtualPeakBytes = 0;    // high-water mark of virtualBytes
-    std::uint64_t residentPeakBytes = 0;   // high-water mark of residentBytes
+    std::uint64_t libraryBytes = 0;       // mapped shared-library code
+    std::uint64_t virtualPeakBytes = 0;   // high-water mark of virtualBytes
+    std::uint64_t residentPeakBytes = 0;  // high-water mark of residentBytes
 };
 
 // Reads memory figures from the Linux proc file system.
 class MemoryService {
-public:
+  public:
     // This process's figures; all zero when /proc cannot be read.
     MemoryUsage currentProcess() const;
     // Physical memory of the host.

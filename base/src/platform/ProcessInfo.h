@@ -7,7 +7,7 @@ namespace tolm {
 
 // Facts about the running process and its host.
 class ProcessInfo {
-public:
+  public:
     int pid() const;
     std::string hostName() const;
     // The value of an environment variable, or nothing when it is not set.

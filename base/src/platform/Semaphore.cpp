@@ -18,7 +18,8 @@ void Semaphore::wait() {
 
 bool Semaphore::waitFor(std::chrono::duration<double> timeout) {
     std::unique_lock lock(_mutex);
-    if (!_posted.wait_for(lock, timeout, [this] { return _count > 0; })) return false;
+    if (!_posted.wait_for(lock, timeout, [this] { return _count > 0; }))
+        return false;
     --_count;
     return true;
 }

@@ -7,7 +7,7 @@ namespace tolm {
 
 // A counting semaphore whose wait can time out.
 class Semaphore {
-public:
+  public:
     explicit Semaphore(unsigned initialCount = 0) : _count(initialCount) {}
 
     void post();
@@ -15,7 +15,7 @@ public:
     // False when `timeout` passed without a post.
     bool waitFor(std::chrono::duration<double> timeout);
 
-private:
+  private:
     std::mutex _mutex;
     std::condition_variable _posted;
     unsigned _count;

@@ -7,10 +7,14 @@ constexpr wchar_t replacementCharacter = 0xFFFD;
 
 // Number of continuation bytes after lead byte `lead`, or -1 when it cannot start a sequence.
 int continuationCount(unsigned char lead) {
-    if (lead < 0x80) return 0;
-    if (lead >= 0xC2 && lead <= 0xDF) return 1;
-    if (lead >= 0xE0 && lead <= 0xEF) return 2;
-    if (lead >= 0xF0 && lead <= 0xF4) return 3;
+    if (lead < 0x80)
+        return 0;
+    if (lead >= 0xC2 && lead <= 0xDF)
+        return 1;
+    if (lead >= 0xE0 && lead <= 0xEF)
+        return 2;
+    if (lead >= 0xF0 && lead <= 0xF4)
+        return 3;
     return -1;
 }
 
@@ -87,14 +91,16 @@ std::vector<std::string> split(std::string_view text, char separator) {
     for (;;) {
         const std::size_t end = text.find(separator, start);
         pieces.emplace_back(text.substr(start, end - start));
-        if (end == std::string_view::npos) return pieces;
+        if (end == std::string_view::npos)
+            return pieces;
         start = end + 1;
     }
 }
 
 std::string trim(std::string_view text) {
     const auto first = text.find_first_not_of(" \t\r\n");
-    if (first == std::string_view::npos) return {};
+    if (first == std::string_view::npos)
+        return {};
     const auto last = text.find_last_not_of(" \t\r\n");
     return std::string(text.substr(first, last - first + 1));
 }

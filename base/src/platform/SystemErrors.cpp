@@ -12,6 +12,8 @@ std::string SystemErrors::text(int code) const {
     return message ? message : buffer;
 }
 
-std::string SystemErrors::lastErrorText() const { return text(errno); }
+std::string SystemErrors::lastErrorText() const {
+    return text(errno);
+}
 
 }  // namespace tolm

@@ -13,7 +13,9 @@ const std::thread::id mainThreadId = std::this_thread::get_id();
 
 Thread::Thread(std::string name) : _name(std::move(name)) {}
 
-Thread::~Thread() { join(); }
+Thread::~Thread() {
+    join();
+}
 
 void Thread::start(std::function<void()> body) {
     join();
@@ -23,9 +25,12 @@ void Thread::start(std::function<void()> body) {
 }
 
 void Thread::join() {
-    if (_thread.joinable() && _thread.get_id() != std::this_thread::get_id()) _thread.join();
+    if (_thread.joinable() && _thread.get_id() != std::this_thread::get_id())
+        _thread.join();
 }
 
-bool Thread::isMain() { return std::this_thread::get_id() == mainThreadId; }
+bool Thread::isMain() {
+    return std::this_thread::get_id() == mainThreadId;
+}
 
 }  // namespace tolm

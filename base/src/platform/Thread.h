@@ -8,7 +8,7 @@ namespace tolm {
 // A named worker thread that runs one function. The owner must join it (or let the
 // destructor do so) before the function's captures go away.
 class Thread {
-public:
+  public:
     explicit Thread(std::string name);
     ~Thread();
     Thread(const Thread&) = delete;
@@ -22,7 +22,7 @@ public:
     // True on the thread that loaded this library: the process's main thread.
     static bool isMain();
 
-private:
+  private:
     std::string _name;
     std::thread _thread;
 };

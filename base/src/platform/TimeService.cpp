@@ -11,18 +11,25 @@ double readClock(clockid_t clock) {
 
 }  // namespace
 
-double TimeService::wallSeconds() const { return readClock(CLOCK_MONOTONIC); }
+double TimeService::wallSeconds() const {
+    return readClock(CLOCK_MONOTONIC);
+}
 
-double TimeService::processCpuSeconds() const { return readClock(CLOCK_PROCESS_CPUTIME_ID); }
+double TimeService::processCpuSeconds() const {
+    return readClock(CLOCK_PROCESS_CPUTIME_ID);
+}
 
-double TimeService::threadCpuSeconds() const { return readClock(CLOCK_THREAD_CPUTIME_ID); }
+double TimeService::threadCpuSeconds() const {
+    return readClock(CLOCK_THREAD_CPUTIME_ID);
+}
 
 std::string TimeService::localTimeText(std::time_t moment) const {
     std::tm local{};
     ::localtime_r(&moment, &local);
     char buffer[64] = {};
     std::string text = ::asctime_r(&local, buffer) ? buffer : "";
-    while (!text.empty() && text.back() == '\n') text.pop_back();
+    while (!text.empty() && text.back() == '\n')
+        text.pop_back();
     return text;
 }
 

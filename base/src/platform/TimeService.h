@@ -6,7 +6,7 @@ namespace tolm {
 
 // Clocks of the process.
 class TimeService {
-public:
+  public:
     // Seconds on a monotonic wall clock (origin unspecified; use differences).
     double wallSeconds() const;
     // User plus system CPU seconds of the whole process, and of the calling thread.

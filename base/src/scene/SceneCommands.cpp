@@ -11,19 +11,26 @@
 namespace tolm {
 namespace {
 
-void echo(const Properties& command, Properties& response) { response = command; }
+void echo(const Properties& command, Properties& response) {
+    response = command;
+}
 
 std::string roleName() {
-    if (Machine::isSerial()) return "Serial";
+    if (Machine::isSerial())
+        return "Serial";
     return Machine::isMaster() ? "Master" : "Slave";
 }
 
 std::string bindingPolicyName() {
-    if (!Machine::useInternalBinding()) return "disable";
+    if (!Machine::useInternalBinding())
+        return "disable";
     switch (Machine::getCpuBindingPolicy()) {
-        case Machine::Latency: return "latency";
-        case Machine::LeastLoad: return "leastload";
-        default: return "bandwidth";
+        case Machine::Latency:
+            return "latency";
+        case Machine::LeastLoad:
+            return "leastload";
+        default:
+            return "bandwidth";
     }
 }
 

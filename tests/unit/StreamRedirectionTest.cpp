@@ -1,0 +1,138 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+
+#include "machine/Machine.h"
+#include "machine/StandardStreamManager.h"
+#include "machine/StreamRedirector.h"
+#include "platform/StringHelper.h"
+#include "support/ChildRun.h"
+
+namespace tolm {
+namespace {
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// Writes one line through each of the three ways a library may print.
+void printThroughEveryApi(const std::string& tag) {
+    std::printf("printf %s\n", tag.c_str());
+    std::fflush(stdout);
+    std::cout << "cout " << tag << std::endl;
+    const std::string raw = "write " + tag + "\n";
+    ASSERT_EQ(::write(STDOUT_FILENO, raw.data(), raw.size()), ssize_t(raw.size()));
+}
+
+// Points standard output and error at "console" files for the test's duration, so what
+// reaches the console can be read back.
+class StreamRedirection : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        _dir = test::makeTemporaryDirectory();
+        std::fflush(stdout);
+        std::fflush(stderr);
+        _savedOut = ::dup(STDOUT_FILENO);
+        _savedErr = ::dup(STDERR_FILENO);
+        console =
+            std::make_unique<StreamRedirector>(stdout, StringHelper::decode(_dir + "/console"));
+        consoleErr =
+            std::make_unique<StreamRedirector>(stderr, StringHelper::decode(_dir + "/console-err"));
+    }
+    void TearDown() override {
+        std::fflush(stdout);
+        consoleErr.reset();
+        console.reset();
+        ::dup2(_savedOut, STDOUT_FILENO);
+        ::dup2(_savedErr, STDERR_FILENO);
+        ::close(_savedOut);
+        ::close(_savedErr);
+    }
+    std::string consoleText() const { return readFile(_dir + "/console"); }
+
+    std::string _dir;
+    std::unique_ptr<StreamRedirector> console;
+    std::unique_ptr<StreamRedirector> consoleErr;
+
+  private:
+    int _savedOut = -1;
+    int _savedErr = -1;
+};
+
+TEST_F(StreamRedirection, RedirectorCarriesEveryApiAndRestores) {
+    {
+        StreamRedirector redirect(stdout, StringHelper::decode(_dir + "/file.txt"));
+        printThroughEveryApi("inside");
+    }
+    printThroughEveryApi("after");
+    EXPECT_EQ(readFile(_dir + "/file.txt"), "printf inside\ncout inside\nwrite inside\n");
+    EXPECT_EQ(consoleText(), "printf after\ncout after\nwrite after\n");
+}
+
+TEST_F(StreamRedirection, LogFilesOpenOnceAndKeepTheirPaths) {
+    StandardStreamManager manager(StringHelper::decode(_dir + "/"), false);
+    const auto first = manager.redirectOriginalStreamsToFile();
+    const auto second = manager.redirectOriginalStreamsToFile();
+    EXPECT_EQ(first, second);
+    const std::string pid = std::to_string(::getpid());
+    EXPECT_EQ(StringHelper::toString(first.first), _dir + "/" + pid + "-stdout.txt");
+    printThroughEveryApi("logged");
+    std::fprintf(stderr, "error line\n");
+    std::fflush(stderr);
+    EXPECT_EQ(readFile(_dir + "/" + pid + "-stdout.txt"),
+              "printf logged\ncout logged\nwrite logged\n");
+    EXPECT_EQ(readFile(_dir + "/" + pid + "-stderr.txt"), "error line\n");
+    EXPECT_TRUE(manager.hasRedirectedOriginalStreams());
+}
+
+TEST_F(StreamRedirection, NullDeviceThenLogsThenRestoreGoesToTheLogs) {
+    StandardStreamManager manager(StringHelper::decode(_dir), false);
+    EXPECT_TRUE(manager.hasNullRedirection());
+    manager.redirectToNullDevice();
+    EXPECT_FALSE(manager.hasNullRedirection());
+    const auto paths = manager.redirectOriginalStreamsToFile();
+    printThroughEveryApi("discarded");
+    manager.restore();
+    printThroughEveryApi("kept");
+    EXPECT_EQ(readFile(StringHelper::toString(paths.first)),
+              "printf kept\ncout kept\nwrite kept\n");
+    EXPECT_EQ(consoleText(), "");
+}
+
+TEST_F(StreamRedirection, PrependedTextLeadsTheLog) {
+    StandardStreamManager manager(StringHelper::decode(_dir), false);
+    manager.prependOutput("header\n");
+    const auto paths = manager.redirectOriginalStreamsToFile();
+    printThroughEveryApi("body");
+    EXPECT_EQ(readFile(StringHelper::toString(paths.first)),
+              "header\nprintf body\ncout body\nwrite body\n");
+}
+
+TEST_F(StreamRedirection, UnwritableLogDirectoryIsReported) {
+    StandardStreamManager manager(L"/proc/no-such-dir", false);
+    try {
+        manager.redirectOriginalStreamsToFile();
+        FAIL();
+    } catch (const std::exception& error) {
+        EXPECT_STREQ(error.what(), "Failed to redirect stdout");
+    }
+    printThroughEveryApi("still on the console");
+    EXPECT_NE(consoleText().find("write still on the console"), std::string::npos);
+}
+
+TEST(StandardStreamManagerNames, DropOnlyTheLastExtension) {
+    EXPECT_EQ(StandardStreamManager::logFileName("server", 42, "-stdout.txt"),
+              L"server42-stdout.txt");
+    EXPECT_EQ(StandardStreamManager::logFileName("tolm.server.exe", 7, "-stderr.txt"),
+              L"tolm.server7-stderr.txt");
+}
+
+}  // namespace
+}  // namespace tolm
