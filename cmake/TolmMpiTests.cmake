@@ -1,0 +1,43 @@
+# tolm_add_mpi_test(<target> RANKS <n>... [NAME <name>] [DRIVERS <driver>...] [ARGS <arg>...]
+#                   [TIMEOUT <seconds>])
+#
+# Registers the test executable <target> once per MPI driver and rank count, as the CTest test
+# "<name>.<driver>.np<n>" (name defaults to the target). Each runs under the launcher of that
+# driver's MPI, with the settings of cmake/TolmMpi.cmake, as
+#     <launcher> -n <n> <target> -mpi <driver> <args>...
+# DRIVERS are values of the "-mpi" option and default to both MPIs: openmpi4 mpich2. Every test
+# is labelled "mpi", has a timeout (default 60 s) so that a hang fails, and claims <n>
+# processors, so that CTest never runs a 4-rank job beside another job on a 2-core machine.
+include_guard(GLOBAL)
+include(${CMAKE_CURRENT_LIST_DIR}/TolmMpi.cmake)
+
+function(tolm_add_mpi_test target)
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "" "NAME;TIMEOUT" "RANKS;DRIVERS;ARGS")
+    if(ARG_UNPARSED_ARGUMENTS OR NOT ARG_RANKS)
+        message(FATAL_ERROR "tolm_add_mpi_test(${target}): expected RANKS <n>... and only "
+            "NAME, DRIVERS, ARGS, TIMEOUT (got '${ARG_UNPARSED_ARGUMENTS}')")
+    endif()
+    if(NOT ARG_NAME)
+        set(ARG_NAME ${target})
+    endif()
+    if(NOT ARG_DRIVERS)
+        set(ARG_DRIVERS openmpi4 mpich2)
+    endif()
+    if(NOT ARG_TIMEOUT)
+        set(ARG_TIMEOUT 60)
+    endif()
+    foreach(driver IN LISTS ARG_DRIVERS)
+        tolm_mpi_flavour(${driver} flavour)
+        foreach(ranks IN LISTS ARG_RANKS)
+            set(test ${ARG_NAME}.${driver}.np${ranks})
+            add_test(NAME ${test}
+                COMMAND ${TOLM_MPI_LAUNCH_${flavour}} -n ${ranks}
+                        $<TARGET_FILE:${target}> -mpi ${driver} ${ARG_ARGS})
+            set_tests_properties(${test} PROPERTIES
+                LABELS mpi
+                TIMEOUT ${ARG_TIMEOUT}
+                PROCESSORS ${ranks}
+                ENVIRONMENT "${TOLM_MPI_ENVIRONMENT_${flavour}}")
+        endforeach()
+    endforeach()
+endfunction()

@@ -1,0 +1,159 @@
+// MPI-IO through the wrapper: collective and independent transfers, file pointers, sizes,
+// info objects, and open modes translated to each MPI's own bits.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "support/MpiWorld.h"
+#include "support/QmxAssertions.h"
+
+namespace tolm::mpitest {
+namespace {
+
+// A file name that is the same on every rank of this job and differs between jobs.
+std::string jobFileName(const char* stem) {
+    int pid = static_cast<int>(getpid());
+    EXPECT_QMX_OK(QMX_MPI_Bcast(&pid, 1, QMX_MPI_INT, 0, QMX_MPI_COMM_WORLD));
+    return (std::filesystem::temp_directory_path() / (std::string(stem) + std::to_string(pid)))
+        .string();
+}
+
+TEST(FileIo, CollectiveWritesAndReadsRoundTripEveryRanksBlock) {
+    constexpr int block = 64;
+    const int rank = worldRank();
+    const int size = worldSize();
+    const std::string name = jobFileName("tolm-mpiio-");
+    int info = QMX_MPI_INFO_NULL;
+    ASSERT_QMX_OK(QMX_MPI_Info_create(&info));
+    ASSERT_QMX_OK(QMX_MPI_Info_set(info, "panfs_concurrent_write", "1"));
+    int file = QMX_MPI_FILE_NULL;
+    ASSERT_QMX_OK(QMX_MPI_File_open(QMX_MPI_COMM_WORLD, name.c_str(),
+                                    QMX_MPI_MODE_CREATE | QMX_MPI_MODE_RDWR, info, &file));
+    ASSERT_QMX_OK(QMX_MPI_Info_free(&info));
+
+    std::vector<int> mine(block);
+    for (int i = 0; i < block; ++i) {
+        mine[static_cast<std::size_t>(i)] = payload(rank, i);
+    }
+    const QMX_MPI_Offset blockBytes = block * static_cast<QMX_MPI_Offset>(sizeof(int));
+    QMX_MPI_Status_struct status{};
+    ASSERT_QMX_OK(QMX_MPI_File_write_at_all(file, rank * blockBytes, mine.data(), block,
+                                            QMX_MPI_INT, &status));
+    int count = 0;
+    ASSERT_QMX_OK(QMX_MPI_Get_count(&status, QMX_MPI_INT, &count));
+    EXPECT_EQ(block, count);
+    ASSERT_QMX_OK(QMX_MPI_File_sync(file));
+    ASSERT_QMX_OK(QMX_MPI_Barrier(QMX_MPI_COMM_WORLD));
+    ASSERT_QMX_OK(QMX_MPI_File_sync(file));
+    QMX_MPI_Offset fileSize = 0;
+    ASSERT_QMX_OK(QMX_MPI_File_get_size(file, &fileSize));
+    EXPECT_EQ(size * blockBytes, fileSize);
+
+    const int other = (rank + 1) % size;
+    std::vector<int> read(block, -1);
+    ASSERT_QMX_OK(QMX_MPI_File_read_at_all(file, other * blockBytes, read.data(), block,
+                                           QMX_MPI_INT, QMX_MPI_STATUS_IGNORE));
+    for (int i = 0; i < block; ++i) {
+        ASSERT_EQ(payload(other, i), read[static_cast<std::size_t>(i)]) << "element " << i;
+    }
+    ASSERT_QMX_OK(QMX_MPI_File_read_at(file, rank * blockBytes + 4, read.data(), 1, QMX_MPI_INT,
+                                       QMX_MPI_STATUS_IGNORE));
+    EXPECT_EQ(payload(rank, 1), read[0]);
+
+    ASSERT_QMX_OK(QMX_MPI_File_close(&file));
+    EXPECT_EQ(QMX_MPI_FILE_NULL, file);
+    ASSERT_QMX_OK(QMX_MPI_Barrier(QMX_MPI_COMM_WORLD));
+    if (rank == 0) {
+        ASSERT_QMX_OK(QMX_MPI_File_delete(name.c_str(), QMX_MPI_INFO_NULL));
+        EXPECT_FALSE(std::filesystem::exists(name));
+    }
+}
+
+TEST(FileIo, IndividualFilePointerAdvancesByWhatWasTransferred) {
+    const int rank = worldRank();
+    const std::string name = jobFileName("tolm-mpiio-own-") + "-" + std::to_string(rank);
+    int file = QMX_MPI_FILE_NULL;
+    ASSERT_QMX_OK(QMX_MPI_File_open(QMX_MPI_COMM_SELF, name.c_str(),
+                                    QMX_MPI_MODE_CREATE | QMX_MPI_MODE_RDWR |
+                                        QMX_MPI_MODE_DELETE_ON_CLOSE,
+                                    QMX_MPI_INFO_NULL, &file));
+    int values[10];
+    for (int i = 0; i < 10; ++i) {
+        values[i] = payload(rank, i);
+    }
+    ASSERT_QMX_OK(QMX_MPI_File_write(file, values, 10, QMX_MPI_INT, QMX_MPI_STATUS_IGNORE));
+    QMX_MPI_Offset position = -1;
+    ASSERT_QMX_OK(QMX_MPI_File_get_position(file, &position));
+    EXPECT_EQ(40, position);
+    QMX_MPI_Offset byteOffset = -1;
+    ASSERT_QMX_OK(QMX_MPI_File_get_byte_offset(file, position, &byteOffset));
+    EXPECT_EQ(40, byteOffset);
+
+    ASSERT_QMX_OK(QMX_MPI_File_seek(file, 8, QMX_MPI_SEEK_SET));
+    int read[2] = {-1, -1};
+    ASSERT_QMX_OK(QMX_MPI_File_read(file, read, 2, QMX_MPI_INT, QMX_MPI_STATUS_IGNORE));
+    EXPECT_EQ(payload(rank, 2), read[0]);
+    EXPECT_EQ(payload(rank, 3), read[1]);
+    ASSERT_QMX_OK(QMX_MPI_File_seek(file, -4, QMX_MPI_SEEK_END));
+    ASSERT_QMX_OK(QMX_MPI_File_read(file, read, 1, QMX_MPI_INT, QMX_MPI_STATUS_IGNORE));
+    EXPECT_EQ(payload(rank, 9), read[0]);
+    EXPECT_EQ(QMX_MPI_ERR_ARG, QMX_MPI_File_seek(file, 0, 1)) << "undefined whence";
+
+    ASSERT_QMX_OK(QMX_MPI_File_set_size(file, 12));
+    QMX_MPI_Offset fileSize = -1;
+    ASSERT_QMX_OK(QMX_MPI_File_get_size(file, &fileSize));
+    EXPECT_EQ(12, fileSize);
+    int fileInfo = QMX_MPI_INFO_NULL;
+    ASSERT_QMX_OK(QMX_MPI_File_get_info(file, &fileInfo));
+    int keys = -1;
+    ASSERT_QMX_OK(QMX_MPI_Info_get_nkeys(fileInfo, &keys));
+    EXPECT_GE(keys, 0);
+    ASSERT_QMX_OK(QMX_MPI_Info_free(&fileInfo));
+    ASSERT_QMX_OK(QMX_MPI_File_close(&file));
+    EXPECT_FALSE(std::filesystem::exists(name)) << "delete-on-close was not passed on";
+}
+
+TEST(FileIo, FailedOpensReturnCodesAndNoHandle) {
+    int file = 12345;
+    const int missing = QMX_MPI_File_open(QMX_MPI_COMM_SELF, "/nonexistent-dir/none",
+                                          QMX_MPI_MODE_RDONLY, QMX_MPI_INFO_NULL, &file);
+    EXPECT_NE(QMX_MPI_SUCCESS, missing);
+    EXPECT_EQ(QMX_MPI_FILE_NULL, file);
+    EXPECT_FALSE(qmxErrorText(missing).empty());
+
+    EXPECT_EQ(QMX_MPI_ERR_AMODE, QMX_MPI_File_open(QMX_MPI_COMM_SELF, "/tmp/x", 1024,
+                                                   QMX_MPI_INFO_NULL, &file))
+        << "a mode bit the wrapper does not define was passed on";
+}
+
+TEST(FileIo, InfoObjectsKeepTheirKeys) {
+    int info = QMX_MPI_INFO_NULL;
+    ASSERT_QMX_OK(QMX_MPI_Info_create(&info));
+    ASSERT_QMX_OK(QMX_MPI_Info_set(info, "panfs_layout_type", "3"));
+    ASSERT_QMX_OK(QMX_MPI_Info_set(info, "striping_unit", "65536"));
+    char value[QMX_MPI_MAX_INFO_VAL];
+    int found = 0;
+    ASSERT_QMX_OK(QMX_MPI_Info_get(info, "panfs_layout_type", QMX_MPI_MAX_INFO_VAL - 1, value,
+                                   &found));
+    EXPECT_TRUE(found);
+    EXPECT_EQ(std::string("3"), value);
+    ASSERT_QMX_OK(QMX_MPI_Info_get(info, "absent", QMX_MPI_MAX_INFO_VAL - 1, value, &found));
+    EXPECT_FALSE(found);
+    int keys = 0;
+    ASSERT_QMX_OK(QMX_MPI_Info_get_nkeys(info, &keys));
+    EXPECT_EQ(2, keys);
+    char key[QMX_MPI_MAX_INFO_KEY];
+    ASSERT_QMX_OK(QMX_MPI_Info_get_nthkey(info, 1, key));
+    EXPECT_EQ(std::string("striping_unit"), key);
+    ASSERT_QMX_OK(QMX_MPI_Info_delete(info, "panfs_layout_type"));
+    ASSERT_QMX_OK(QMX_MPI_Info_get_nkeys(info, &keys));
+    EXPECT_EQ(1, keys);
+    ASSERT_QMX_OK(QMX_MPI_Info_free(&info));
+    EXPECT_EQ(QMX_MPI_INFO_NULL, info);
+}
+
+}  // namespace
+}  // namespace tolm::mpitest

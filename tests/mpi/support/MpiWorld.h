@@ -1,0 +1,24 @@
+// The rank and size of this process in QMX_MPI_COMM_WORLD, and payloads that differ by rank.
+#pragma once
+
+#include "mpiwrapper/qmx_mpi.h"
+
+namespace tolm::mpitest {
+
+inline int worldRank() {
+    int rank = -1;
+    QMX_MPI_Comm_rank(QMX_MPI_COMM_WORLD, &rank);
+    return rank;
+}
+
+inline int worldSize() {
+    int size = 0;
+    QMX_MPI_Comm_size(QMX_MPI_COMM_WORLD, &size);
+    return size;
+}
+
+// A value that names both the rank that made it and its position, so that a payload that
+// arrives from the wrong rank or in the wrong order cannot pass.
+inline int payload(int rank, int index) { return rank * 10000 + index; }
+
+}  // namespace tolm::mpitest
