@@ -6,6 +6,7 @@
 #include <optional>
 #include <string>
 
+#include "machine/CommandController.h"
 #include "machine/OptionError.h"
 #include "neo/Controller.h"
 #include "platform/Platform.h"
@@ -29,7 +30,7 @@ std::optional<std::string> batchFile(int argc, char** argv) {
 ExitStatus runLoop(std::istream& input) {
     Controller& controller = Controller::getSingleton();
     controller.setCommandStreams(input, std::cout);
-    controller.processCommands();
+    CommandController::getSingleton().processCommands();
     return controller.failedCommandCount() ? ExitStatus::ServerErrorCode : ExitStatus();
 }
 

@@ -11,9 +11,13 @@
 
 namespace {
 
+// Reports an error that escaped the machine. In a parallel run the whole job ends with it,
+// so that no other rank is left waiting for this one.
 int endWith(const char* message, tolm::ExitStatus::ErrorCode code) {
     std::fprintf(stderr, "Error: %s\n", message);
     std::fflush(stderr);
+    if (tolm::Machine::isParallel())
+        tolm::Machine::abort(code);
     tolm::Machine& machine = tolm::Machine::getSingleton();
     machine.updateExitStatus(code);
     return int(machine.getExitStatus());

@@ -5,12 +5,16 @@
 #include <ctime>
 #include <exception>
 
+#include "machine/CommandController.h"
 #include "machine/CommonArgvParser.h"
+#include "machine/Communicator.h"
+#include "machine/MpiCore.h"
 #include "machine/MpiDriverTable.h"
 #include "machine/OptionError.h"
 #include "machine/ServerHost.h"
 #include "neo/EventTracker.h"
 #include "neo/InternalError.h"
+#include "neo/NonRecoverableError.h"
 #include "neo/SingletonCleaner.h"
 #include "neo/SynchronizedDynamicLoader.h"
 #include "neo/TolmVersion.h"
@@ -40,11 +44,20 @@ bool Machine::_isProxyServer = false;
 bool Machine::_isProxySessionDaemon = false;
 std::uint32_t Machine::_performanceCriticalLock = 0;
 std::uint32_t Machine::_serialCriticalLock = 0;
+std::unique_ptr<Communicator> Machine::_globalComm;
 std::unique_ptr<ServerHost> Machine::_serverHost;
 
 namespace {
 
 std::time_t startMoment = 0;
+
+// A name the wrapper reports through `get(buffer, &length)`.
+std::string wrapperText(int (*get)(char*, int*)) {
+    char buffer[QMX_MPI_MAX_MPI_NAME] = {};
+    int length = 0;
+    MpiCore::handleError(get(buffer, &length));
+    return std::string(buffer, std::size_t(length));
+}
 
 [[noreturn]] void onTerminate() {
     Machine::getSingleton().updateExitStatus(ExitStatus::ServerErrorCode);
@@ -104,16 +117,35 @@ void Machine::startCommunicators(int argc, char** argv, ArgumentMap& consumed) {
         TolmVersion::_machineConfig = "Serial";
         return;
     }
+    startMpi(argc, argv, consumed);
+    _globalComm = std::make_unique<Communicator>();
+    _np = _globalComm->size();
+    _partition = _globalComm->myRank();
+    _serialParallelMode = _partition == 0 ? Master : Slave;
+    startHost();
+    TolmVersion::_machineConfig = "Np=" + std::to_string(_np);
+}
+
+void Machine::startMpi(int argc, char** argv, ArgumentMap& consumed) {
     const std::string library = MpiDriverTable::libraryFromArguments(argc, argv, consumed);
+    // The driver keeps its own MPI library's symbols to itself; it makes them global
+    // itself where its MPI needs that.
     std::string loaderText;
     void* handle =
         Platform::dynamiclibrary().load(library, DynamicLibraryLoader::Symbols::Local, loaderText);
-    if (!handle) {
-        throw InternalError("Failed to initialize MPI wrapper: " + loaderText,
+    const int initialized = QMX_MPI_Initialize(handle);
+    if (initialized != QMX_MPI_SUCCESS) {
+        const std::string reason = handle ? MpiCore::errorString(initialized) : loaderText;
+        throw InternalError("Failed to initialize MPI wrapper: " + reason,
                             "QMX_MPI_Initialize(handle) == QMX_MPI_SUCCESS", __FILE__, __LINE__);
     }
-    throw InternalError("MPI wrapper " + library + " loaded, but this build starts no MPI job",
-                        "parallel start-up available", __FILE__, __LINE__);
+    TOLM_ASSERT(QMX_MPIO_Initialize(handle) == QMX_MPI_SUCCESS,
+                "Failed to initialize MPIO wrapper");
+    if (QMX_MPI_Init(&argc, &argv) != QMX_MPI_SUCCESS) {
+        throw NonRecoverableError("MPI failed to initialize");
+    }
+    MpiCore::setDistribName(wrapperText(QMX_MPI_Get_mpi_name));
+    MpiCore::setMpiVersionName(wrapperText(QMX_MPI_Get_mpi_version));
 }
 
 void Machine::parseCommonArgvs(int argc, char** argv, ArgumentMap& consumed) {
@@ -161,12 +193,23 @@ void Machine::startServerHost(int argc, char** argv, const ArgumentMap& consumed
 
 void Machine::takeDown() {
     getSingleton()._onExitObservable->notify();
+    CommandController::reset();
     EventTracker::reset();
     SingletonCleaner::reset();
     stopCommunicators();
 }
 
-void Machine::stopCommunicators() {}
+void Machine::stopCommunicators() {
+    if (isSerial())
+        return;
+    _globalComm.reset();
+    MpiCore::finalize();
+}
+
+Communicator* Machine::globalCommunicator() {
+    TOLM_ASSERT(isParallel(), "Attempt to access GlobalCommunicator in serial");
+    return _globalComm.get();
+}
 
 void Machine::setTemporaryDirectory(const std::wstring& directory) {
     _temporaryDirectory = directory;
@@ -199,6 +242,11 @@ void Machine::abort(const ExitStatus& status) {
     machine.updateExitStatus(status);
     std::fflush(stdout);
     std::fflush(stderr);
+    if (isParallel() && _globalComm) {
+        // No collective clean-up while the job fails: the communicator is let go, not freed.
+        Communicator* global = _globalComm.release();
+        global->abort(machine.getExitStatus());
+    }
     std::exit(int(machine.getExitStatus()));
 }
 

@@ -9,6 +9,7 @@
 
 namespace tolm {
 
+class Communicator;
 class ServerHost;
 
 // The one object that turns the processes of a job into a parallel machine: a master (rank 0)
@@ -59,10 +60,14 @@ class Machine {
     static bool isProxySessionDaemon() { return _isProxySessionDaemon; }
     static std::uint32_t nProcesses() { return _np; }
     static std::uint32_t getPartitionId() { return _partition; }
+    // The communicator over all processes; InternalError in a serial run.
+    static Communicator* globalCommunicator();
 
     // Start-up steps, also callable on their own (tests, tools).
     static void startCommunicators(int argc, char** argv, ArgumentMap& consumed);
     static void parseCommonArgvs(int argc, char** argv, ArgumentMap& consumed);
+    // Take-down of what startCommunicators built: the global communicator, then MPI.
+    static void stopCommunicators();
 
     // Process-wide settings.
     static const std::string& getExecutableName() { return _executableName; }
@@ -132,12 +137,12 @@ class Machine {
     friend class CommonArgvParser;
 
     Machine();
+    static void startMpi(int argc, char** argv, ArgumentMap& consumed);
     static void startHost();
     static void recordDesignFlags(int argc, char** argv);
     static void dispatchRole(int argc, char** argv, const ArgumentMap& consumed);
     static void startServerHost(int argc, char** argv, const ArgumentMap& consumed);
     static void takeDown();
-    static void stopCommunicators();
     static void recordExecutableLocation();
 
     static Machine* _singleton;
@@ -157,6 +162,7 @@ class Machine {
     static bool _isProxySessionDaemon;
     static std::uint32_t _performanceCriticalLock;
     static std::uint32_t _serialCriticalLock;
+    static std::unique_ptr<Communicator> _globalComm;
     static std::unique_ptr<ServerHost> _serverHost;
 
     ExitStatus _exitStatus;

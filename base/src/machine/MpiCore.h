@@ -1,11 +1,39 @@
 #pragma once
 #include <string>
+#include <vector>
+
+#include "mpiwrapper/qmx_mpi.h"
+#include "neo/Subject.h"
 
 namespace tolm {
 
-// The layer between the machine and the MPI wrapper library.
+// The layer between the machine and the MPI wrapper library. Every QMX_MPI_* return code
+// goes straight to `handleError`, which turns any failure into a NonRecoverableError with
+// "MPI Error : " and the wrapper's text; no caller inspects a return code itself.
 class MpiCore {
   public:
+    static constexpr int ANY_TAG = QMX_MPI_ANY_TAG;
+    static constexpr int ANY_SOURCE = QMX_MPI_ANY_SOURCE;
+
+    class RequestStack;
+    class PersistentRequestStack;
+    class DerivedDatatype;
+    class MpiWallTimer;
+
+    static void handleError(const int& err);
+    static void handleError(const int& err, const QMX_MPI_Status_struct& status);
+    static void handleError(const int& err, const std::vector<QMX_MPI_Status_struct>& statuses);
+    // The wrapper's text for an error code.
+    static std::string errorString(int err);
+
+    // Tells the finalisation observers (holders of MPI objects release them), then finalises.
+    static void finalize();
+    static TypedSubject<>& getOnFinalizationObservable() { return _onFinalizationObservable; }
+
+    // True when the driver's MPI offers shared-memory windows (MPI 3 or later).
+    static bool hasMpiSharedMemory();
+    static bool disableCpuBindingCollisionTest();
+
     // Names of the MPI distribution and version in use, as the job reports them.
     static std::string getDistribName() { return _distribName; }
     static void setDistribName(const std::string& name) { _distribName = name; }
@@ -15,6 +43,7 @@ class MpiCore {
   private:
     static std::string _distribName;
     static std::string _mpiVersionName;
+    static TypedSubject<> _onFinalizationObservable;
 };
 
 }  // namespace tolm

@@ -50,6 +50,18 @@ class Controller {
     // Executes the queued commands in order, writing their responses to the output stream.
     void processQueuedCommands();
 
+    // A command that runs on this process alone (not on every process of the job) marks
+    // itself serial-critical for its duration, so that communicating from it fails at once
+    // instead of hanging the job.
+    class NonDistributedScope {
+      public:
+        NonDistributedScope() { ++_serialCriticalDepth; }
+        ~NonDistributedScope() { --_serialCriticalDepth; }
+        NonDistributedScope(const NonDistributedScope&) = delete;
+        NonDistributedScope& operator=(const NonDistributedScope&) = delete;
+    };
+    static bool isSerialCritical() { return _serialCriticalDepth > 0; }
+
     // Held by whoever executes commands on behalf of another thread.
     std::recursive_mutex& getLock() { return _lock; }
 
@@ -73,6 +85,7 @@ class Controller {
     bool _stopRequested = false;
     int _executionDepth = 0;
     unsigned long _failedCommands = 0;
+    static inline int _serialCriticalDepth = 0;
     ResponseSubject _scatter;
     ResponseSubject _gather;
     ResponseSubject _postExecute;

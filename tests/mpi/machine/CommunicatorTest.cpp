@@ -1,0 +1,183 @@
+#include <gtest/gtest.h>
+
+#include <map>
+#include <numeric>
+
+#include "machine/Communicator.h"
+#include "machine/Machine.h"
+#include "machine/SerialCritical.h"
+#include "neo/InternalError.h"
+
+namespace tolm {
+namespace {
+
+Communicator& world() {
+    return *Machine::globalCommunicator();
+}
+
+// Counts the MPI calls of each operation.
+class CallCounter : public Communicator::StatisticsRecorder {
+  public:
+    CallCounter() { Communicator::setStatisticsRecorder(this); }
+    ~CallCounter() override { Communicator::setStatisticsRecorder(nullptr); }
+    void open(const char* operation, std::uint64_t bytes) override {
+        ++calls[operation];
+        bytesSent[operation] += bytes;
+    }
+    void close(int) override {}
+
+    std::map<std::string, int> calls;
+    std::map<std::string, std::uint64_t> bytesSent;
+};
+
+// Lowers the communicator's message limit for one test.
+class LoweredLimit {
+  public:
+    explicit LoweredLimit(std::uint64_t bytes) : _saved(world().getMaxBufferSize()) {
+        testing::internal::CaptureStdout();
+        world().setMaxBufferSize(bytes);
+        testing::internal::GetCapturedStdout();
+    }
+    ~LoweredLimit() {
+        testing::internal::CaptureStdout();
+        world().setMaxBufferSize(_saved);
+        testing::internal::GetCapturedStdout();
+    }
+
+  private:
+    std::uint64_t _saved;
+};
+
+std::string failureOf(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const InternalError& error) {
+        return error.what() + std::string(" | ") + error.getCondition();
+    }
+    return "no failure";
+}
+
+TEST(Communicator, WorldIdentity) {
+    int size = 0, rank = -1;
+    QMX_MPI_Comm_size(QMX_MPI_COMM_WORLD, &size);
+    QMX_MPI_Comm_rank(QMX_MPI_COMM_WORLD, &rank);
+    EXPECT_EQ(world().size(), unsigned(size));
+    EXPECT_EQ(world().myRank(), unsigned(rank));
+    EXPECT_EQ(world().size(), Machine::nProcesses());
+    EXPECT_FALSE(world().myName().empty());
+    EXPECT_EQ(Communicator::masterRank(), 0u);
+    EXPECT_EQ(world().getMaxBufferSize(), QMX_MPI_Get_max_buffer_size());
+}
+
+TEST(Communicator, CreateCommunicatorKeepsTheGivenOrder) {
+    std::vector<unsigned int> reversed(world().size());
+    std::iota(reversed.rbegin(), reversed.rend(), 0u);
+    auto sub = world().createCommunicator(reversed);
+    ASSERT_NE(sub, nullptr);
+    EXPECT_EQ(sub->myRank(), world().size() - 1 - world().myRank());
+    EXPECT_FALSE(*sub == world());
+
+    EXPECT_EQ(world().createCommunicator({}), nullptr);
+
+    auto evens = world().createCommunicator({0});
+    EXPECT_EQ(evens != nullptr, world().myRank() == 0);
+}
+
+TEST(Communicator, CreateCommunicatorChecksRanksFirst) {
+    const unsigned int size = world().size();
+    EXPECT_EQ(
+        failureOf([&] { world().createCommunicator(std::vector<unsigned int>(size + 1, 0)); }),
+        "Invalid number of ranks | ranks.size() <= size");
+    EXPECT_EQ(failureOf([&] { world().createCommunicator({size}); }),
+              "Rank exceeds old communicator in createCommunicator() | ranks[i] < size");
+}
+
+TEST(Communicator, SetMaxBufferSizeAlwaysWarns) {
+    const std::uint64_t limit = world().getMaxBufferSize();
+    testing::internal::CaptureStdout();
+    world().setMaxBufferSize(limit);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Warning, modifying the maximum message size from " + std::to_string(limit) + " to " +
+                  std::to_string(limit) + "\n");
+}
+
+TEST(Communicator, SizeLimits) {
+    LoweredLimit limit(1000);
+    EXPECT_FALSE(world().exceedsSizeLimits(250, 4));
+    EXPECT_TRUE(world().exceedsSizeLimits(251, 4));
+    EXPECT_TRUE(world().exceedsSizeLimits(1001, 1));
+    LoweredLimit huge(std::uint64_t(1) << 40);
+    EXPECT_TRUE(world().exceedsSizeLimits(2147483648ull, 1));
+    EXPECT_FALSE(world().exceedsSizeLimits(2147483647ull, 1));
+}
+
+TEST(Communicator, BroadcastOfExactlyTheLimitIsOneCallOneByteMoreIsTwo) {
+    LoweredLimit limit(1000);
+    for (const std::size_t bytes : {std::size_t(1000), std::size_t(1001)}) {
+        std::vector<unsigned char> data(bytes);
+        const unsigned int root = world().size() - 1;
+        for (std::size_t i = 0; i < bytes; ++i) {
+            data[i] = static_cast<unsigned char>(world().myRank() == root ? i * 7 + 3 : 0);
+        }
+        CallCounter counter;
+        world().broadcast(data.data(), data.size(), root);
+        EXPECT_EQ(counter.calls["Communicator::Broadcast"], bytes == 1000 ? 1 : 2) << bytes;
+        EXPECT_EQ(counter.bytesSent["Communicator::Broadcast"], bytes);
+        for (std::size_t i = 0; i < bytes; ++i) {
+            ASSERT_EQ(data[i], static_cast<unsigned char>(i * 7 + 3)) << "byte " << i;
+        }
+    }
+}
+
+TEST(Communicator, OddCountsSplitIntoHalfAndHalfPlusOne) {
+    LoweredLimit limit(1000);
+    std::vector<int> values(251, -1);  // 1004 bytes: 125 then 126 elements
+    if (world().myRank() == 0)
+        std::iota(values.begin(), values.end(), 1000);
+    CallCounter counter;
+    world().broadcast(values.data(), values.size(), 0);
+    EXPECT_EQ(counter.calls["Communicator::Broadcast"], 2);
+    std::vector<int> expected(251);
+    std::iota(expected.begin(), expected.end(), 1000);
+    EXPECT_EQ(values, expected);
+
+    CallCounter none;
+    world().broadcast(values.data(), 0, 0);
+    EXPECT_TRUE(none.calls.empty()) << "an empty message makes no MPI call";
+}
+
+TEST(Communicator, OneElementLargerThanTheLimitIsRefused) {
+    LoweredLimit limit(4);
+    double value = 1.0;
+    EXPECT_EQ(failureOf([&] { world().broadcast(&value, 1, 0); }),
+              "An oversized communication message has been detected.\n"
+              "Message count = 1\n"
+              "Message size = 8\n"
+              "Max count = 2147483647.\n"
+              "Oversized messages may imply too few parallel processes are being used. | "
+              "!exceedsSizeLimits(count, elementSize)");
+}
+
+TEST(Communicator, BroadcastOfStringsAndVectors) {
+    const bool root = world().myRank() == 0;
+    std::vector<std::string> texts;
+    if (root)
+        texts = {"alpha", "", "gamma \xC3\xA9"};
+    world().broadcast(texts, 0);
+    EXPECT_EQ(texts, (std::vector<std::string>{"alpha", "", "gamma \xC3\xA9"}));
+
+    std::vector<double> values;
+    if (root)
+        values = {1.5, -2.5};
+    world().broadcast(values, 0);
+    EXPECT_EQ(values, (std::vector<double>{1.5, -2.5}));
+}
+
+TEST(Communicator, LockedOutCommunicationFailsBeforeMpi) {
+    Machine::SerialCritical serial;
+    EXPECT_EQ(failureOf([] { world().synchronise(); }),
+              "Parallel is explicitly locked | ! _serialCriticalLock");
+}
+
+}  // namespace
+}  // namespace tolm
