@@ -39,14 +39,14 @@ TEST(ProcessReporter, ALineSplitAcrossReadsIsJoined) {
     EXPECT_EQ(reporter.getErrorState(), "");
 }
 
-TEST(ProcessReporter, TwoLinesInOneReadAreTwoNotificationsInOrder) {
+TEST(ProcessReporter, SeveralLinesInOneReadAreToldOneByOneInOrder) {
     Pipe pipe;
     LineCollector lines;
     ProcessReporter reporter(pipe, {&lines});
-    write(pipe, "one\ntwo\n\n");
+    write(pipe, "one\ntwo\r\n\nc\rr\n");
     pipe.closeWriteEnd();
     reporter.run();
-    EXPECT_EQ(lines.lines(), (Lines{"one", "two", ""}));
+    EXPECT_EQ(lines.lines(), (Lines{"one", "two", "", "c\rr"}));
 }
 
 TEST(ProcessReporter, AnUnfinishedLastLineWaitsForTheEndOfThePipe) {

@@ -63,7 +63,10 @@ bool ProcessReporter::readLine(std::string& line) {
 bool ProcessReporter::takeLine(std::string& line) {
     const auto end = _rest.find('\n');
     if (end == std::string::npos) return false;
-    line.assign(_rest, 0, end);
+    // A carriage return before the line feed is part of the line end: ssh ends its own
+    // messages so, and so do programs on Windows hosts.
+    const bool crlf = end > 0 && _rest[end - 1] == '\r';
+    line.assign(_rest, 0, crlf ? end - 1 : end);
     _rest.erase(0, end + 1);
     return true;
 }

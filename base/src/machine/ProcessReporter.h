@@ -12,7 +12,7 @@ namespace tolm {
 class Pipe;
 
 // Follows the output of a child process that arrives through a Pipe, cuts it into lines and
-// tells every observer each line (without its line end), in order. `run()` is the body of a
+// tells every observer each line, in order, without its line end ("\n" or "\r\n"). `run()` is the body of a
 // worker thread; `stop()` may be called from any thread and takes effect after the current
 // read, at the latest after one read time-out.
 //
