@@ -132,7 +132,8 @@ TEST_F(CommonOptions, FlagsReachTheirSettings) {
     EXPECT_EQ(Machine::getThreadBindingAttributes(),
               Machine::ThreadBindingOff | Machine::ThreadBindingVerbose);
     EXPECT_TRUE(machine.isDeleteOnExit());
-    EXPECT_EQ(RemoteShellFactory::getDefaultRemoteProcessLauncher(), "ssh -p 22");
+    EXPECT_EQ(RemoteShellFactory::getSingleton().getRemoteProcessLauncher().getCommand(L"node"),
+              "ssh -p 22 node");
     EXPECT_EQ(RendererConfig::getNumRenderThreads(), 4);
     EXPECT_EQ(RendererConfig::getGraphics(), "software");
 }

@@ -77,7 +77,10 @@ std::vector<CommonArgvParser::Option> CommonArgvParser::makeOptions() {
          }},
         flag("-pio", [&machine] { machine.setParallelIo(true); }),
         {"-rsh", 1, "Missing -rsh arg", entered,
-         [](char** v) { RemoteShellFactory::setDefaultRemoteProcessLauncher(v[0]); }},
+         [](char** v) {
+             RemoteShellFactory::getSingleton().setDefaultRemoteProcessLauncher(
+                 StringHelper::decode(v[0]));
+         }},
         {"-tmpdir", 1, "Missing -tmpdir arg", entered,
          [&machine](char** v) { machine.setTemporaryDirectory(StringHelper::decode(v[0])); }},
         {"-iodebug", 1, "Missing -iodebug arg", entered,

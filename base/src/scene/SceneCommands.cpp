@@ -47,7 +47,9 @@ Properties settings() {
     settings.set("printPids", Machine::getPrintpids());
     settings.set("devErrorChecking", machine.hasDevErrorChecking());
     settings.set("deleteOnExit", machine.isDeleteOnExit());
-    settings.set("remoteShell", RemoteShellFactory::getDefaultRemoteProcessLauncher());
+    settings.set(
+        "remoteShell",
+        StringHelper::toString(RemoteShellFactory::getSingleton().getDefaultRemoteShellCommand()));
     settings.set("jobManagerUrl", StringHelper::toString(machine.getJobManagerURL()));
     settings.set("taskId", machine.getTaskId());
     settings.set("parameters", ParameterInitialValues::getSingleton().getParameterValues());

@@ -1,0 +1,54 @@
+#include "machine/RemoteProcessLauncher.h"
+
+#include <gtest/gtest.h>
+
+#include "machine/RemoteShellFactory.h"
+#include "neo/Error.h"
+#include "platform/Pipe.h"
+
+namespace tolm {
+namespace {
+
+using Words = std::vector<std::wstring>;
+using namespace std::chrono_literals;
+
+TEST(RemoteProcessLauncher, ShellWordsKeepTheOptionOrderAndAddTheUserOnlyWhenGiven) {
+    auto launcher = RemoteShellFactory::getRemoteProcessLauncher(L"rsh");
+    launcher->addOption(L"-x");
+    launcher->addOption(L"-p", L"22");
+    launcher->addOption(RemoteProcessLauncher::Option{L"-e", L""});
+    Words words{L"left over"};
+    launcher->getCommand(L"node7", L"alice", words);
+    EXPECT_EQ(words, (Words{L"rsh", L"-x", L"-p", L"22", L"-e", L"-l", L"alice", L"node7"}));
+    launcher->getCommand(L"node7", words);
+    EXPECT_EQ(words, (Words{L"rsh", L"-x", L"-p", L"22", L"-e", L"node7"}));
+    EXPECT_EQ(launcher->getCommand(L"node7", L"alice"), "rsh -x -p 22 -e -l alice node7");
+    ASSERT_NE(launcher->findOption(L"-p"), nullptr);
+    EXPECT_EQ(launcher->findOption(L"-p")->value, L"22");
+    EXPECT_EQ(launcher->findOption(L"22"), nullptr);
+}
+
+TEST(RemoteProcessLauncher, VerboseStartPrintsTheCommandAndAMissingShellIsAClearError) {
+    auto launcher = RemoteShellFactory::getRemoteProcessLauncher(L"tolm-no-such-rsh -x");
+    launcher->setVerbose(true);
+    ::testing::internal::CaptureStdout();
+    try {
+        launcher->spawnProcess(L"node7", L"alice", {L"run", L"a b", L"$HOME;|x", L"tab\there"});
+        ADD_FAILURE() << "started";
+    } catch (const Error& error) {
+        EXPECT_STREQ(error.what(), "Cannot start \"tolm-no-such-rsh\": No such file or directory");
+    }
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+              "tolm-no-such-rsh -x -l alice node7 run \"a b\" $HOME;|x \"tab\there\"\n");
+}
+
+TEST(RemoteProcessLauncher, AFailedStartLeavesNoReaderWaiting) {
+    auto launcher = RemoteShellFactory::getRemoteProcessLauncher(L"tolm-no-such-rsh");
+    Pipe pipe;
+    EXPECT_THROW(launcher->spawnProcessNoWait(L"node7", {L"run"}, &pipe), Error);
+    char buffer[8];
+    EXPECT_EQ(pipe.read(buffer, sizeof(buffer), 5s), Pipe::Ended);
+}
+
+}  // namespace
+}  // namespace tolm
