@@ -26,14 +26,6 @@ namespace tolm {
 // Errors: an unknown type is a NonRecoverableError; asking for the default launcher before
 // one was set, or constructing a second factory, is an InternalError.
 class RemoteShellFactory {
-<<<<<<< HEAD
-  public:
-    static void setDefaultRemoteProcessLauncher(const std::string& remoteShell);
-    static const std::string& getDefaultRemoteProcessLauncher();
-
-  private:
-    static std::string _defaultRemoteShell;
-=======
 public:
     enum class RshType {
         Rsh = 0,     // exactly "rsh"
@@ -72,7 +64,6 @@ private:
     static std::unique_ptr<RemoteShellFactory> _created;  // the instance getSingleton made
     std::unique_ptr<RemoteProcessLauncher> _default;
     std::wstring _defaultCommand;
->>>>>>> remote-shells
 };
 
 }  // namespace tolm
