@@ -27,6 +27,8 @@ synthetic many-lpus.xml "pack:2 numa:2 core:26 pu:2"
 synthetic hundred-and-one-lpus.xml "pack:1 core:101 pu:1"
 synthetic single-core.xml "core:1 pu:1"
 synthetic no-cores.xml "pack:2 pu:4"
+# Hardware threads numbered as Linux often does: the second thread of core c is c + 4.
+synthetic interleaved-smt.xml "pack:2 numa:1 core:2 pu:2(indexes=0,4,1,5,2,6,3,7)"
 # Synthetic machines are symmetric; restricting to fewer PUs takes one whole core (PUs 14, 15)
 # away from the second socket, or the second hardware thread (PU 3) away from one core.
 synthetic asymmetric-cores.xml "pack:2 numa:1 core:4 pu:2" --restrict 0x3fff

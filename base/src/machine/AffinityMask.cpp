@@ -11,7 +11,8 @@ namespace tolm {
 struct AffinityMask::Impl {
     explicit Impl(hwloc_const_bitmap_t source)
         : bitmap(source ? hwloc_bitmap_dup(source) : hwloc_bitmap_alloc()) {
-        if (!bitmap) throw std::bad_alloc();
+        if (!bitmap)
+            throw std::bad_alloc();
     }
     ~Impl() { hwloc_bitmap_free(bitmap); }
     Impl(const Impl&) = delete;
@@ -26,7 +27,8 @@ namespace {
 std::vector<bool> toFlags(hwloc_const_bitmap_t bitmap) {
     std::vector<bool> flags;
     const int last = hwloc_bitmap_last(bitmap);
-    if (last < 0) return flags;
+    if (last < 0)
+        return flags;
     flags.resize(static_cast<std::size_t>(last) + 1, false);
     for (int lpu = hwloc_bitmap_first(bitmap); lpu >= 0; lpu = hwloc_bitmap_next(bitmap, lpu))
         flags[static_cast<std::size_t>(lpu)] = true;
@@ -105,9 +107,13 @@ AffinityMask& AffinityMask::operator^=(const AffinityMask& other) {
     return *this;
 }
 
-void AffinityMask::clear() { hwloc_bitmap_zero(_impl->bitmap); }
+void AffinityMask::clear() {
+    hwloc_bitmap_zero(_impl->bitmap);
+}
 
-bool AffinityMask::empty() const { return hwloc_bitmap_iszero(_impl->bitmap); }
+bool AffinityMask::empty() const {
+    return hwloc_bitmap_iszero(_impl->bitmap);
+}
 
 bool AffinityMask::intersectsWith(const AffinityMask& other) const {
     return hwloc_bitmap_intersects(_impl->bitmap, other._impl->bitmap);
@@ -117,7 +123,9 @@ bool AffinityMask::isIncludedIn(const AffinityMask& other) const {
     return hwloc_bitmap_isincluded(_impl->bitmap, other._impl->bitmap);
 }
 
-void AffinityMask::swap(AffinityMask& other) noexcept { _impl.swap(other._impl); }
+void AffinityMask::swap(AffinityMask& other) noexcept {
+    _impl.swap(other._impl);
+}
 
 AffinityMask& AffinityMask::set(unsigned lpu) {
     hwloc_bitmap_set(_impl->bitmap, lpu);
@@ -129,7 +137,9 @@ AffinityMask& AffinityMask::unset(unsigned lpu) {
     return *this;
 }
 
-bool AffinityMask::isSet(unsigned lpu) const { return hwloc_bitmap_isset(_impl->bitmap, lpu); }
+bool AffinityMask::isSet(unsigned lpu) const {
+    return hwloc_bitmap_isset(_impl->bitmap, lpu);
+}
 
 unsigned AffinityMask::count() const {
     return static_cast<unsigned>(std::max(0, hwloc_bitmap_weight(_impl->bitmap)));
@@ -144,7 +154,8 @@ std::string AffinityMask::toBinaryString(unsigned width) const {
     flags.resize(std::max<std::size_t>(flags.size(), std::max(width, 1u)), false);
     std::string text = "0b";
     text.reserve(2 + flags.size());
-    for (auto flag = flags.rbegin(); flag != flags.rend(); ++flag) text += *flag ? '1' : '0';
+    for (auto flag = flags.rbegin(); flag != flags.rend(); ++flag)
+        text += *flag ? '1' : '0';
     return text;
 }
 
@@ -157,14 +168,19 @@ std::string AffinityMask::toHexString(unsigned width) const {
     for (std::size_t digit = digits; digit-- > 0;) {
         unsigned value = 0;
         for (unsigned bit = 0; bit < 4; ++bit)
-            if (flags[4 * digit + bit]) value |= 1u << bit;
+            if (flags[4 * digit + bit])
+                value |= 1u << bit;
         text += "0123456789abcdef"[value];
     }
     return text;
 }
 
-hwloc_bitmap_s* AffinityMask::getHwlocMask() { return _impl->bitmap; }
+hwloc_bitmap_s* AffinityMask::getHwlocMask() {
+    return _impl->bitmap;
+}
 
-const hwloc_bitmap_s* AffinityMask::getHwlocMask() const { return _impl->bitmap; }
+const hwloc_bitmap_s* AffinityMask::getHwlocMask() const {
+    return _impl->bitmap;
+}
 
 }  // namespace tolm

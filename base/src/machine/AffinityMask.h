@@ -15,10 +15,10 @@ namespace tolm {
 // Errors: no operation reports one. A failed allocation throws std::bad_alloc. A moved-from
 // mask may only be assigned to or destroyed.
 class AffinityMask {
-public:
+  public:
     // Forward iterator over the LPUs of the set, in increasing order.
     class const_iterator {
-    public:
+      public:
         using iterator_category = std::forward_iterator_tag;
         using value_type = unsigned;
         using difference_type = std::ptrdiff_t;
@@ -31,7 +31,7 @@ public:
         const_iterator operator++(int);
         bool operator==(const const_iterator& other) const { return _lpu == other._lpu; }
 
-    private:
+      private:
         friend class AffinityMask;
         const_iterator(const hwloc_bitmap_s* bitmap, int lpu) : _bitmap(bitmap), _lpu(lpu) {}
 
@@ -79,7 +79,7 @@ public:
     // least `width` digits (0 counts as 1). {0, 5} with width 4 gives "0x0021".
     std::string toHexString(unsigned width) const;
 
-private:
+  private:
     friend class CpuTopology;
     friend class Affinity;
     struct Impl;
