@@ -1,0 +1,195 @@
+// Timers in a serial run: no MPI, so the MPI wall clock type must fall back to the system's.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <thread>
+
+#include "machine/Machine.h"
+#include "machine/Timer.h"
+#include "machine/WallTimer.h"
+#include "platform/Platform.h"
+#include "platform/TimeService.h"
+
+namespace tolm {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point start) {
+    return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+// Keeps this process on the processor for `seconds` of CPU time.
+void burnCpu(double seconds) {
+    const double start = Platform::time().processCpuSeconds();
+    volatile double sink = 0.0;
+    while (Platform::time().processCpuSeconds() - start < seconds)
+        sink = sink + 1.0;
+}
+
+void sleepFor(int milliseconds) {
+    std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+TEST(Timer, NeverStartedReadsZero) {
+    ASSERT_TRUE(Machine::isSerial());
+    const Timer timer;
+    EXPECT_EQ(timer.getCpuTime(), 0.0);
+    EXPECT_EQ(timer.getWallTime(), 0.0);
+    EXPECT_FALSE(timer.running());
+    EXPECT_FALSE(timer.cpuTimerRunning());
+    EXPECT_FALSE(timer.wallTimerRunning());
+}
+
+TEST(Timer, IntervalsAccumulateInBothClocks) {
+    Timer timer;  // the MPI type: the system clock in a serial run
+    const auto outer = Clock::now();
+    timer.start();
+    EXPECT_TRUE(timer.running());
+    burnCpu(0.02);
+    timer.stop();
+    const double busyWall = timer.getWallTime();
+    const double busyCpu = timer.getCpuTime();
+    EXPECT_GE(busyCpu, 0.02);
+    EXPECT_GE(busyWall, 0.02);
+    EXPECT_LE(busyWall, secondsSince(outer));
+
+    timer.start();
+    sleepFor(30);
+    timer.stop();
+    EXPECT_GE(timer.getWallTime() - busyWall, 0.03);
+    EXPECT_LT(timer.getCpuTime() - busyCpu, 0.03) << "sleeping takes no processor";
+}
+
+TEST(Timer, StopTwiceAddsNothing) {
+    Timer timer;
+    timer.start();
+    burnCpu(0.005);
+    timer.stop();
+    const double wall = timer.getWallTime();
+    const double cpu = timer.getCpuTime();
+    burnCpu(0.005);
+    timer.stop();
+    timer.stopCpuTimer();
+    timer.stopWallTimer();
+    EXPECT_EQ(timer.getWallTime(), wall);
+    EXPECT_EQ(timer.getCpuTime(), cpu);
+}
+
+TEST(Timer, SetTimesReplacesWhatAccumulated) {
+    Timer timer;
+    timer.start();
+    sleepFor(5);
+    timer.stop();
+    timer.setTimes(3.0, 5.0);
+    EXPECT_EQ(timer.getCpuTime(), 3.0);
+    EXPECT_EQ(timer.getWallTime(), 5.0);
+
+    const auto outer = Clock::now();
+    timer.start();
+    timer.setTimes(3.0, 5.0);
+    burnCpu(0.005);
+    EXPECT_GE(timer.getCpuTime(), 3.005) << "the running interval adds on top";
+    const double wall = timer.getWallTime();
+    EXPECT_GT(wall, 5.0);
+    EXPECT_LE(wall - 5.0, secondsSince(outer));
+}
+
+TEST(Timer, ClocksStartAndResetOnTheirOwn) {
+    Timer timer;
+    timer.startWallTimer();
+    EXPECT_TRUE(timer.wallTimerRunning());
+    EXPECT_FALSE(timer.cpuTimerRunning());
+    EXPECT_FALSE(timer.running()) << "running means both clocks";
+    timer.startCpuTimer();
+    EXPECT_TRUE(timer.running());
+
+    timer.setTimes(2.0, 4.0);
+    timer.resetCpuTimer();
+    EXPECT_EQ(timer.getCpuTime(), 0.0);
+    EXPECT_TRUE(timer.wallTimerRunning());
+    EXPECT_GE(timer.getWallTime(), 4.0);
+    timer.resetWallTimer();
+    EXPECT_FALSE(timer.wallTimerRunning());
+    EXPECT_EQ(timer.getWallTime(), 0.0);
+
+    timer.start();
+    timer.setTimes(2.0, 4.0);
+    timer.reset();
+    EXPECT_FALSE(timer.cpuTimerRunning());
+    EXPECT_FALSE(timer.wallTimerRunning());
+    EXPECT_EQ(timer.getCpuTime(), 0.0);
+    EXPECT_EQ(timer.getWallTime(), 0.0);
+}
+
+TEST(Timer, CopiesCarryOnIndependently) {
+    Timer original;
+    original.start();
+    original.setTimes(1.0, 2.0);
+    Timer copy(original);
+    EXPECT_TRUE(copy.running());
+    EXPECT_GE(copy.getWallTime(), 2.0);
+    copy.stop();
+    EXPECT_TRUE(original.running()) << "the copy has a wall clock of its own";
+
+    Timer assigned(Timer::WALL_TIMER_SYSTEM, nullptr);
+    assigned = copy;
+    EXPECT_FALSE(assigned.running());
+    EXPECT_EQ(assigned.getWallTime(), copy.getWallTime());
+    const Timer& itself = assigned;
+    assigned = itself;
+    EXPECT_EQ(assigned.getCpuTime(), copy.getCpuTime());
+    original.stop();
+}
+
+TEST(Timer, SerialStatisticsDescribeThisProcess) {
+    Timer timer;
+    timer.setTimes(2.0, 4.0);
+    EXPECT_EQ(timer.getMaximumWallTime(), 4.0);
+    EXPECT_EQ(timer.getMinimumWallTime(), 4.0);
+    EXPECT_EQ(timer.getAverageWallTime(), 4.0);
+    EXPECT_EQ(timer.getStandardDeviationWallTime(), 0.0);
+    EXPECT_EQ(timer.getMaximumCpuTime(), 2.0);
+    EXPECT_EQ(timer.getMinimumCpuTime(), 2.0);
+    EXPECT_EQ(timer.getAccumulatedCpuTime(), 2.0);
+    EXPECT_EQ(timer.getAverageCpuTime(), 2.0);
+    EXPECT_EQ(timer.getStandardDeviationCpuTime(), 0.0);
+}
+
+TEST(Timer, AnUnsupportedTypeRevertsToTheSystemClock) {
+    testing::internal::CaptureStdout();
+    Timer timer(static_cast<Timer::WallTimerType>(2), nullptr);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Unsupported wall timer type.. reverting to system wall timer.\n");
+    timer.start();
+    sleepFor(5);
+    timer.stop();
+    EXPECT_GE(timer.getWallTime(), 0.005);
+}
+
+TEST(SystemWallTimer, RestartsAndRefusesToStopOrReadWhenStopped) {
+    SystemWallTimer clock;
+    double dt = -1.0;
+    EXPECT_GT(clock.resolution(), 0.0);
+    EXPECT_EQ(clock.getElapsedTime(dt), 1);
+    EXPECT_EQ(dt, -1.0);
+    EXPECT_EQ(clock.stop(), 1);
+
+    EXPECT_EQ(clock.start(), 0);
+    sleepFor(20);
+    const auto restart = Clock::now();
+    EXPECT_EQ(clock.start(), 1);
+    ASSERT_EQ(clock.getElapsedTime(dt), 0);
+    EXPECT_LE(dt, secondsSince(restart)) << "the interval runs from the restart";
+
+    const auto copy = clock.copy();
+    double copied = -1.0;
+    ASSERT_EQ(copy->getElapsedTime(copied), 0);
+    EXPECT_GE(copied, dt);
+    EXPECT_LE(copied, secondsSince(restart));
+    EXPECT_EQ(clock.stop(), 0);
+    EXPECT_EQ(clock.stop(), 1);
+}
+
+}  // namespace
+}  // namespace tolm
