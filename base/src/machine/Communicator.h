@@ -2,11 +2,13 @@
 #include <cstdint>
 #include <memory>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "machine/CommunicatorBuffers.h"
 #include "machine/ExitStatus.h"
 #include "machine/MessageLimits.h"
+#include "machine/MpiCore.h"
 
 namespace tolm {
 
@@ -75,6 +77,167 @@ class Communicator {
     void enableCommunicationTimer(bool enable) { _timerEnabled = enable; }
     double getCommunicationTime() const { return _communicationTime; }
 
+    // Point-to-point. A peer is a rank of this communicator other than one's own: sending to
+    // or receiving from oneself is an InternalError, raised before anything else. Counts are
+    // numbers of values of T, passed to MPI as they are (never split), so they must fit its
+    // int count. Operations without a tag use the default tag, 0. The non-blocking ones add
+    // their request to a stack, completed through wait or test below; their data must stay in
+    // place until then.
+    template <typename T>
+    void send(const T* data, std::uint64_t count, unsigned int dest, Tag tag = _defaultTag) {
+        sendBuffer(constBufferOf(data, count), dest, tag);
+    }
+    template <typename T>
+    void send(const T& value, unsigned int dest, Tag tag = _defaultTag) {
+        send(&value, 1, dest, tag);
+    }
+    template <typename T>
+    void send(const std::vector<T>& values, unsigned int dest, Tag tag = _defaultTag) {
+        send(values.data(), values.size(), dest, tag);
+    }
+    void send(const std::string& text, unsigned int dest, Tag tag = _defaultTag) {
+        send(text.data(), text.size(), dest, tag);
+    }
+    // Returns once the receiver has started to receive.
+    template <typename T>
+    void syncSend(const T* data, std::uint64_t count, unsigned int dest, Tag tag = _defaultTag) {
+        syncSendBuffer(constBufferOf(data, count), dest, tag);
+    }
+    template <typename T>
+    void syncSend(const T& value, unsigned int dest, Tag tag = _defaultTag) {
+        syncSend(&value, 1, dest, tag);
+    }
+    template <typename T>
+    void syncSend(const std::vector<T>& values, unsigned int dest, Tag tag = _defaultTag) {
+        syncSend(values.data(), values.size(), dest, tag);
+    }
+    void syncSend(const std::string& text, unsigned int dest, Tag tag = _defaultTag) {
+        syncSend(text.data(), text.size(), dest, tag);
+    }
+    template <typename T>
+    void iSend(const T* data, std::uint64_t count, unsigned int dest,
+               MpiCore::RequestStack& requests, Tag tag = _defaultTag) {
+        iSendBuffer(constBufferOf(data, count), dest, tag, requests);
+    }
+    template <typename T>
+    void iSend(const std::vector<T>& values, unsigned int dest, MpiCore::RequestStack& requests,
+               Tag tag = _defaultTag) {
+        iSend(values.data(), values.size(), dest, requests, tag);
+    }
+    template <typename T>  // a temporary would be gone before the send completes
+    void iSend(const std::vector<T>&&, unsigned int, MpiCore::RequestStack&, Tag = {}) = delete;
+    template <typename T>
+    void iSyncSend(const T* data, std::uint64_t count, unsigned int dest,
+                   MpiCore::RequestStack& requests, Tag tag = _defaultTag) {
+        iSyncSendBuffer(constBufferOf(data, count), dest, tag, requests);
+    }
+
+    template <typename T>
+    void recv(T* data, std::uint64_t count, unsigned int source, Tag tag = _defaultTag) {
+        recvBuffer(bufferOf(data, count), source, tag);
+    }
+    template <typename T>
+    void recv(T& value, unsigned int source, Tag tag = _defaultTag) {
+        recv(&value, 1, source, tag);
+    }
+    // The vector and the text take the length of the message, which is probed first.
+    template <typename T>
+    void recv(std::vector<T>& values, unsigned int source, Tag tag = _defaultTag) {
+        int from = static_cast<int>(source);
+        values.resize(probeToRecv<T>(from, tag));
+        recv(values.data(), values.size(), source, tag);
+    }
+    void recv(std::string& text, unsigned int source, Tag tag = _defaultTag) {
+        int from = static_cast<int>(source);
+        text.resize(probeToRecv<char>(from, tag));
+        recv(text.data(), text.size(), source, tag);
+    }
+    template <typename T>
+    void iRecv(T* data, std::uint64_t count, unsigned int source, MpiCore::RequestStack& requests,
+               Tag tag = _defaultTag) {
+        iRecvBuffer(bufferOf(data, count), source, tag, requests);
+    }
+    // Receives `values.size()` values.
+    template <typename T>
+    void iRecv(std::vector<T>& values, unsigned int source, MpiCore::RequestStack& requests,
+               Tag tag = _defaultTag) {
+        iRecv(values.data(), values.size(), source, requests, tag);
+    }
+    // A persistent receive, armed by start() and re-armed after each completion.
+    template <typename T>
+    void recvInit(T* data, std::uint64_t count, unsigned int source,
+                  MpiCore::PersistentRequestStack& requests, Tag tag = _defaultTag) {
+        recvInitBuffer(bufferOf(data, count), source, tag, requests);
+    }
+    // Receives from whichever rank sends first; `source` becomes the sender.
+    template <typename T>
+    void recvFromAny(T* data, std::uint64_t count, unsigned int& source, Tag tag = _defaultTag) {
+        recvFromAnyBuffer(bufferOf(data, count), source, tag);
+    }
+    template <typename T>
+    void recvFromAny(T& value, unsigned int& source, Tag tag = _defaultTag) {
+        recvFromAny(&value, 1, source, tag);
+    }
+    template <typename T>
+    void recvFromAny(std::vector<T>& values, unsigned int& source, Tag tag = _defaultTag) {
+        int from = MpiCore::ANY_SOURCE;
+        values.resize(probe<T>(from, tag));
+        source = static_cast<unsigned int>(from);
+        recv(values.data(), values.size(), source, tag);
+    }
+    // The senders are told by wait(requests, sources).
+    template <typename T>
+    void iRecvFromAny(T* data, std::uint64_t count, MpiCore::RequestStack& requests,
+                      Tag tag = _defaultTag) {
+        iRecvFromAnyBuffer(bufferOf(data, count), tag, requests);
+    }
+    // Sends to `dest` and receives from `source` at once, both with `tag`. Sent and received
+    // values must be of one MPI type.
+    template <typename S, typename R>
+    void sendrecv(const S* sendData, std::uint64_t sendCount, unsigned int dest, R* recvData,
+                  std::uint64_t recvCount, unsigned int source, Tag tag = _defaultTag) {
+        sendrecvBuffer(constBufferOf(sendData, sendCount), dest, bufferOf(recvData, recvCount),
+                       source, tag);
+    }
+    // Receives `recvValues.size()` values.
+    template <typename S, typename R>
+    void sendrecv(const std::vector<S>& sendValues, unsigned int dest, std::vector<R>& recvValues,
+                  unsigned int source, Tag tag = _defaultTag) {
+        sendrecv(sendValues.data(), sendValues.size(), dest, recvValues.data(), recvValues.size(),
+                 source, tag);
+    }
+
+    // Waits for a message from `source` (a rank or MpiCore::ANY_SOURCE) with `tag` (or a Tag of
+    // MpiCore::ANY_TAG) without receiving it; then `source` and `tag` are the message's, and
+    // the result its length in values of T.
+    template <typename T>
+    std::uint64_t probe(int& source, Tag& tag) {
+        int found = MpiCore::ANY_TAG;
+        int count = 0;
+        _probe(source, found, tag.value(), MpiDatatype<T>::value, count);
+        tag = Tag(found);
+        return valuesIn(count, elementsOf<T>(1));
+    }
+    // As probe when a message is there; false at once otherwise, and nothing changes.
+    template <typename T>
+    bool iProbe(int& source, Tag& tag, std::uint64_t& count) {
+        int found = MpiCore::ANY_TAG;
+        int elements = 0;
+        if (!_iProbe(source, found, tag.value(), MpiDatatype<T>::value, elements))
+            return false;
+        tag = Tag(found);
+        count = valuesIn(elements, elementsOf<T>(1));
+        return true;
+    }
+
+    // The request stacks' completions, with the checks of every operation.
+    void wait(MpiCore::RequestStack& requests);
+    // As wait, and the source rank of each request, in stack order.
+    void wait(MpiCore::RequestStack& requests, std::vector<unsigned int>& sources);
+    bool test(MpiCore::RequestStack& requests);
+    void start(MpiCore::PersistentRequestStack& requests);
+    void freeRequest(MpiCore::RequestStack& requests);
+
     void synchronise();
 
     // Broadcasts from `root` to every rank. A message too large for one MPI call is halved
@@ -105,6 +268,61 @@ class Communicator {
     template <typename WrapperCall>
     void communicate(const char* operation, std::uint64_t bytes, int peer, WrapperCall&& call);
 
+    // Point-to-point: the untyped forms behind the typed ones, and the views these build.
+    template <typename T>
+    static BufferBase<int> bufferOf(T* data, std::uint64_t count) {
+        static_assert(!std::is_pointer_v<T>, "an address means nothing in another process");
+        return {data, intCount(elementsOf<T>(count)), MpiDatatype<T>::value, elementSizeOf<T>()};
+    }
+    template <typename T>
+    static ConstBufferBase<int> constBufferOf(const T* data, std::uint64_t count) {
+        static_assert(!std::is_pointer_v<T>, "an address means nothing in another process");
+        return {data, intCount(elementsOf<T>(count)), MpiDatatype<T>::value, elementSizeOf<T>()};
+    }
+    // MessageLimits::toInt, with the common case decided here: point-to-point latency counts.
+    static int intCount(std::uint64_t count) {
+        return count <= MessageLimits::maxIntCount ? static_cast<int>(count)
+                                                   : MessageLimits::toInt(count);
+    }
+    // Probes the message a receive from `source` with `tag` would take: source and tag become
+    // the message's; returns its length in values of T.
+    template <typename T>
+    std::uint64_t probeToRecv(int& source, Tag& tag) {
+        checkRecvPeer(source);
+        return probe<T>(source, tag);
+    }
+    void checkSendPeer(unsigned int dest) const {
+        if (dest == _myRank)
+            refuseSendToSelf();
+    }
+    void checkRecvPeer(int source) const {
+        if (source == static_cast<int>(_myRank))
+            refuseRecvFromSelf();
+    }
+    [[noreturn]] static void refuseSendToSelf();
+    [[noreturn]] static void refuseRecvFromSelf();
+    void sendBuffer(const ConstBufferBase<int>& buffer, unsigned int dest, Tag tag);
+    void syncSendBuffer(const ConstBufferBase<int>& buffer, unsigned int dest, Tag tag);
+    void iSendBuffer(const ConstBufferBase<int>& buffer, unsigned int dest, Tag tag,
+                     MpiCore::RequestStack& requests);
+    void iSyncSendBuffer(const ConstBufferBase<int>& buffer, unsigned int dest, Tag tag,
+                         MpiCore::RequestStack& requests);
+    void recvBuffer(const BufferBase<int>& buffer, unsigned int source, Tag tag);
+    void iRecvBuffer(const BufferBase<int>& buffer, unsigned int source, Tag tag,
+                     MpiCore::RequestStack& requests);
+    void recvInitBuffer(const BufferBase<int>& buffer, unsigned int source, Tag tag,
+                        MpiCore::PersistentRequestStack& requests);
+    void recvFromAnyBuffer(const BufferBase<int>& buffer, unsigned int& source, Tag tag);
+    void iRecvFromAnyBuffer(const BufferBase<int>& buffer, Tag tag,
+                            MpiCore::RequestStack& requests);
+    void sendrecvBuffer(const ConstBufferBase<int>& sendbuf, unsigned int dest,
+                        const BufferBase<int>& recvbuf, unsigned int source, Tag tag);
+    void receive(const char* operation, const BufferBase<int>& buffer, int source, Tag tag,
+                 QMX_MPI_Status_struct& status);
+    void _probe(int& source, int& tag, const int& wantedTag, int datatype, int& count);
+    bool _iProbe(int& source, int& tag, const int& wantedTag, int datatype, int& count);
+    static std::uint64_t valuesIn(int elements, std::uint64_t elementsPerValue);
+
     // Temporary, until the collectives arrive: the two that Timer's statistics call, with the
     // collectives' own signatures (TimerReductions.cpp). Delete this block and that file then.
     friend class Timer;
@@ -123,6 +341,7 @@ class Communicator {
     std::string _name;
 
     static unsigned int _master;
+    static const Tag _defaultTag;
     static inline StatisticsRecorder* _statistics = nullptr;
 };
 
