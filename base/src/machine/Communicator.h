@@ -239,6 +239,9 @@ class Communicator {
     void freeRequest(MpiCore::RequestStack& requests);
 
     void synchronise();
+    // A barrier over a tree of the ranks that polls for spinTime seconds, then sleeps between
+    // polls, so that waiting ranks leave the processor to others.
+    void noSpinSynchronise(double spinTime);
 
     // Broadcasts from `root` to every rank. A message too large for one MPI call is halved
     // until every piece fits.

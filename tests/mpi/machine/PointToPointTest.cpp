@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "machine/Communicator.h"
@@ -118,6 +120,7 @@ TEST(PointToPoint, LockedOutOperationsFailBeforeMpi) {
     EXPECT_EQ(failureOf([&] { world().test(requests); }), lockedOut);
     EXPECT_EQ(failureOf([&] { world().start(persistent); }), lockedOut);
     EXPECT_EQ(failureOf([&] { world().freeRequest(requests); }), lockedOut);
+    EXPECT_EQ(failureOf([&] { world().noSpinSynchronise(0.0); }), lockedOut);
     EXPECT_TRUE(requests.empty());
 }
 
@@ -375,6 +378,51 @@ TEST(PointToPoint, EveryOperationIsRecordedUnderItsName) {
     EXPECT_EQ(counter.bytes["Communicator::iSend"], 64u);
     EXPECT_EQ(counter.bytes["Communicator::recvInit"], 32u);
     world().freeRequest(persistent);
+}
+
+// How many empty messages each rank's share of the tree barrier posts: one per child each
+// way, and one each way with its parent.
+unsigned int treeMessagesOf(unsigned int r) {
+    const unsigned int children = (2 * r + 1 < size()) + (2 * r + 2 < size());
+    return children + (r > 0 ? 1 : 0);
+}
+
+TEST(NoSpinSynchronise, EachRankTalksToItsTreeNeighboursOnly) {
+    CallCounter counter;
+    world().noSpinSynchronise(0.0);
+    EXPECT_EQ(counter.calls["Communicator::iRecv"], int(treeMessagesOf(rank())));
+    EXPECT_EQ(counter.calls["Communicator::iSend"], int(treeMessagesOf(rank())));
+    EXPECT_EQ(counter.bytes["Communicator::iSend"], 0u);
+    // Alone, a rank has nothing to wait for: its first poll succeeds, so it never sleeps.
+    if (size() == 1) {
+        EXPECT_EQ(counter.calls["Communicator::Test"], 1);
+    }
+}
+
+using Clock = std::chrono::steady_clock;  // one clock for every process of this host
+
+// The late rank sleeps before it enters; it then tells everyone when it arrived. Nobody may
+// have left before that moment.
+void checkHeldBackUntil(unsigned int late, std::chrono::milliseconds delay, double spinTime) {
+    if (rank() == late)
+        std::this_thread::sleep_for(delay);
+    const auto arrived = Clock::now().time_since_epoch().count();
+    world().noSpinSynchronise(spinTime);
+    const auto left = Clock::now().time_since_epoch().count();
+    auto lateArrival = arrived;
+    world().broadcast(lateArrival, late);
+    EXPECT_GE(left, lateArrival) << "rank " << rank() << " left before rank " << late
+                                 << " arrived (spin " << spinTime << " s)";
+}
+
+TEST(NoSpinSynchronise, HoldsEveryRankUntilTheLastArrives) {
+    using std::chrono::milliseconds;
+    checkHeldBackUntil(size() - 1, milliseconds(300), 0.05);  // a leaf, found sleeping
+    checkHeldBackUntil(0, milliseconds(150), 0.0);            // the root
+    for (int i = 0; i < 20; ++i)
+        world().noSpinSynchronise(1.0);  // back to back: no message crosses into the next
+    // An inner rank where there is one, found spinning.
+    checkHeldBackUntil((size() - 1) / 2, milliseconds(100), 1.0);
 }
 
 }  // namespace
