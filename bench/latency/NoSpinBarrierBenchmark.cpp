@@ -7,6 +7,7 @@
 #include <mpi.h>
 
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <ctime>
 #include <functional>
@@ -23,7 +24,7 @@ using Barrier = std::function<void()>;
 
 constexpr double cpuWaitSeconds = 2.0;  // how long the late rank keeps the others waiting
 constexpr int wakeUpRounds = 20;
-constexpr auto wakeUpLateness = std::chrono::milliseconds(100);
+constexpr double wakeUpLatenessMs = 100.0;
 constexpr double wakeUpSpinTime = 0.02;
 constexpr double sleepPeriodMs = 10.0;  // the barrier's period below 513 ranks
 
@@ -61,12 +62,15 @@ double cpuShareWhileWaiting(const Barrier& barrier, int late) {
     return largestOnRoot(rank == late ? 0.0 : share);
 }
 
-// Seconds from the last rank's arrival until the last rank left, on rank 0.
-double wakeUpDelay(const Barrier& barrier) {
+// Seconds from the last rank's arrival until the last rank left, on rank 0. The lateness
+// moves through one sleep period from round to round: a lateness that is a whole number of
+// periods would always find the waiting ranks just awake.
+double wakeUpDelay(const Barrier& barrier, int round) {
     const int late = size - 1;
+    const double lateMs = wakeUpLatenessMs + std::fmod(3.7 * round, sleepPeriodMs);
     MPI_Barrier(MPI_COMM_WORLD);
     if (rank == late)
-        std::this_thread::sleep_for(wakeUpLateness);
+        std::this_thread::sleep_for(std::chrono::duration<double, std::milli>(lateMs));
     double arrived = seconds(Clock::now());
     barrier();
     const double left = seconds(Clock::now());
@@ -86,7 +90,7 @@ void reportCpu(const char* who, int late, const Barrier& native, const Barrier& 
 void reportWakeUp(const char* name, const Barrier& barrier) {
     std::vector<double> delays;
     for (int round = 0; round < wakeUpRounds; ++round)
-        delays.push_back(wakeUpDelay(barrier) * 1e3);
+        delays.push_back(wakeUpDelay(barrier, round) * 1e3);
     if (rank == 0) {
         std::printf("%-20s %10.2f %10.2f %10.2f %14.2f\n", name, best(delays), median(delays),
                     worst(delays), worst(delays) / sleepPeriodMs);
@@ -126,9 +130,9 @@ int main(int argc, char** argv) {
     if (rank == 0) {
         std::printf(
             "\nWake-up: ms from the last arrival until every rank left; %d rounds, "
-            "last rank late by %lld ms, spin time %.2f s, sleep period %.0f ms\n",
-            wakeUpRounds, static_cast<long long>(wakeUpLateness.count()), wakeUpSpinTime,
-            sleepPeriodMs);
+            "last rank late by %.0f ms and up to a period, spin time %.2f s, sleep period "
+            "%.0f ms\n",
+            wakeUpRounds, wakeUpLatenessMs, wakeUpSpinTime, sleepPeriodMs);
         std::printf("%-20s %10s %10s %10s %14s\n", "barrier", "best ms", "median ms", "max ms",
                     "max / period");
     }
