@@ -385,8 +385,11 @@ void Communicator::reduceScatter(const ConstBufferBase<int>& sendbuf,
                                  const BufferBase<int>& recvbuf, int op) {
     using SizeType = int;
     TOLM_ASSERT(sendbuf.type == recvbuf.type, "Communicator::reduceScatter : mismatched types");
-    TOLM_ASSERT(sendbuf.size == SizeType(size()) * recvbuf.size,
+    // The condition's text is part of the error, so it keeps its spelling.
+    // clang-format off
+    TOLM_ASSERT(sendbuf.size == SizeType(size())*recvbuf.size,
                 "Communicator::reduceScatter : mismatched counts");
+    // clang-format on
     const IntCounts counts(size(), recvbuf.size);
     communicate("Communicator::reduceScatter", sendbuf.bytes(), collectivePeer, [&] {
         return QMX_MPI_Reduce_scatter(sendbuf.data, recvbuf.data, counts.data(), sendbuf.type, op,
