@@ -160,8 +160,7 @@ bool pinToOneCore() {
 bool startMpi(int& argc, char**& argv) {
     using tolm::mpiwrapper::MpiDriverLoader;
     std::string error;
-    void* driver = MpiDriverLoader::open(MpiDriverLoader::libraryNameForOption(TOLM_BENCH_DRIVER),
-                                         error);
+    void* driver = MpiDriverLoader::openForOption(TOLM_BENCH_DRIVER, error);
     if (!driver) {
         std::fprintf(stderr, "Cannot load the %s driver: %s\n", TOLM_BENCH_DRIVER, error.c_str());
         return false;

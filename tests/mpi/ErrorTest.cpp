@@ -119,14 +119,5 @@ TEST(Errors, WaitallReportsEachRequestsErrorInItsStatus) {
     EXPECT_EQ(payload(left, 3), large[3]);
 }
 
-TEST(Errors, ErrorClassRefusesCodesThatAreNone) {
-    int errorClass = -1;
-    EXPECT_EQ(QMX_MPI_ERR_ARG, QMX_MPI_Error_class(-5, &errorClass));
-    EXPECT_EQ(QMX_MPI_ERR_ARG, QMX_MPI_Error_class(54, &errorClass));
-    EXPECT_EQ(QMX_MPI_ERR_ARG, QMX_MPI_Error_class(QMX_MPI_ERR_LASTCODE + 1, &errorClass));
-    ASSERT_QMX_OK(QMX_MPI_Error_class(QMX_MPI_ERR_IN_STATUS, &errorClass));
-    EXPECT_EQ(QMX_MPI_ERR_IN_STATUS, errorClass);
-}
-
 }  // namespace
 }  // namespace tolm::mpitest

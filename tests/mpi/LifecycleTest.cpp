@@ -23,8 +23,7 @@ using mpiwrapper::MpiDriverLoader;
 void* driverHandle() {
     static void* handle = [] {
         std::string error;
-        void* opened =
-            MpiDriverLoader::open(MpiDriverLoader::libraryNameForOption(driverOption()), error);
+        void* opened = MpiDriverLoader::openForOption(driverOption(), error);
         EXPECT_NE(nullptr, opened) << error;
         return opened;
     }();
@@ -53,7 +52,10 @@ TEST(Lifecycle, BeforeAnyDriverCallsReturnNoDriver) {
               qmxErrorText(QMX_MPI_ERR_NO_DRIVER));
     EXPECT_EQ(QMX_MPI_ERR_NO_DRIVER, qmxErrorClass(QMX_MPI_ERR_NO_DRIVER));
     EXPECT_EQ("Invalid rank", qmxErrorText(QMX_MPI_ERR_RANK));
-    EXPECT_EQ(QMX_MPI_DEFAULT_MAX_BUFFER_SIZE, QMX_MPI_Get_max_buffer_size());
+    int errorClass = -1;
+    for (int none : {-5, 54, QMX_MPI_ERR_LASTCODE + 1}) {
+        EXPECT_EQ(QMX_MPI_ERR_ARG, QMX_MPI_Error_class(none, &errorClass)) << none;
+    }
     EXPECT_EQ(2147483648ULL - 4096, QMX_MPI_Get_max_buffer_size());
 }
 
@@ -70,6 +72,8 @@ TEST(Lifecycle, LoaderFindsDriversByOptionAndNamesMissingOnes) {
     std::string error;
     EXPECT_EQ(nullptr, MpiDriverLoader::open("TolmNoSuchDriver", error));
     EXPECT_NE(std::string::npos, error.find("libTolmNoSuchDriver.so")) << error;
+    EXPECT_EQ(nullptr, MpiDriverLoader::openForOption("intel", error));
+    EXPECT_EQ("Unknown MPI driver: intel", error);
 }
 
 TEST(Lifecycle, LibrariesThatAreNoDriverAreRefused) {

@@ -27,6 +27,10 @@ public:
     // loader's text in error.
     static void* open(std::string_view libraryName, std::string& error);
 
+    // open() of the library for a "-mpi" value; an unknown value fails with the error
+    // "Unknown MPI driver: " and the value.
+    static void* openForOption(std::string_view option, std::string& error);
+
     // Hands the opened driver to the wrapper: QMX_MPI_Initialize, then QMX_MPIO_Initialize.
     // Returns the first non-zero QMX code, or QMX_MPI_SUCCESS.
     static int initializeWrapper(void* handle);
