@@ -181,7 +181,8 @@ void printHeader() {
     QMX_MPI_Get_mpi_version(version, &length);
     std::printf("MPI wrapper overhead: driver %s (%s %s), %d ranks, %d rounds per side\n",
                 TOLM_BENCH_DRIVER, name, version, size, rounds);
-    std::printf("ns: best round per side; ratio: of the best rounds; median: of per-round ratios\n");
+    std::printf(
+        "ns: best round per side; ratio: of the best rounds; median: of per-round ratios\n");
     std::printf("%-38s %10s %10s %8s %10s\n", "operation", "native ns", "wrapper ns", "ratio",
                 "median");
 }

@@ -13,7 +13,9 @@
 namespace tolm::mpitest {
 namespace {
 
-std::size_t at(int index) { return static_cast<std::size_t>(index); }
+std::size_t at(int index) {
+    return static_cast<std::size_t>(index);
+}
 
 TEST(Collectives, BroadcastFromEveryRootDeliversThatRootsPayload) {
     for (int root = 0; root < worldSize(); ++root) {
@@ -64,16 +66,15 @@ TEST(Collectives, GatherAndScatterKeepRankOrder) {
         }
     }
     std::vector<int> back(at(rank + 1), -1);
-    ASSERT_QMX_OK(QMX_MPI_Scatterv(blocks.data(), counts.data(), displacements.data(),
-                                   QMX_MPI_INT, back.data(), rank + 1, QMX_MPI_INT, 0,
-                                   QMX_MPI_COMM_WORLD));
+    ASSERT_QMX_OK(QMX_MPI_Scatterv(blocks.data(), counts.data(), displacements.data(), QMX_MPI_INT,
+                                   back.data(), rank + 1, QMX_MPI_INT, 0, QMX_MPI_COMM_WORLD));
     EXPECT_EQ(own, back);
 
     // Scatter the gathered blocks back; the root keeps its block in place.
     int scattered[2] = {-1, -1};
     ASSERT_QMX_OK(QMX_MPI_Scatter(gathered.data(), 2, QMX_MPI_INT,
-                                  rank == root ? QMX_MPI_IN_PLACE : scattered, 2, QMX_MPI_INT,
-                                  root, QMX_MPI_COMM_WORLD));
+                                  rank == root ? QMX_MPI_IN_PLACE : scattered, 2, QMX_MPI_INT, root,
+                                  QMX_MPI_COMM_WORLD));
     if (rank == root) {
         EXPECT_EQ(payload(root, 0), gathered[at(2 * root)]);
     } else {
@@ -90,8 +91,8 @@ TEST(Collectives, AllToAllPlacesEveryBlockBySourceRank) {
         outgoing[at(r)] = payload(rank, r);
     }
     std::vector<int> incoming(at(size), -1);
-    ASSERT_QMX_OK(QMX_MPI_Alltoall(outgoing.data(), 1, QMX_MPI_INT, incoming.data(), 1,
-                                   QMX_MPI_INT, QMX_MPI_COMM_WORLD));
+    ASSERT_QMX_OK(QMX_MPI_Alltoall(outgoing.data(), 1, QMX_MPI_INT, incoming.data(), 1, QMX_MPI_INT,
+                                   QMX_MPI_COMM_WORLD));
     for (int r = 0; r < size; ++r) {
         EXPECT_EQ(payload(r, rank), incoming[at(r)]);
     }
@@ -116,8 +117,7 @@ TEST(Collectives, AllToAllPlacesEveryBlockBySourceRank) {
     std::iota(displacements.begin(), displacements.end(), 0);
     ASSERT_QMX_OK(QMX_MPI_Alltoallv(outgoing.data(), counts.data(), displacements.data(),
                                     QMX_MPI_INT, received.data(), counts.data(),
-                                    reversedDisplacements.data(), QMX_MPI_INT,
-                                    QMX_MPI_COMM_WORLD));
+                                    reversedDisplacements.data(), QMX_MPI_INT, QMX_MPI_COMM_WORLD));
     for (int r = 0; r < size; ++r) {
         EXPECT_EQ(payload(r, 6), reversed[at(size - 1 - r)]);
         EXPECT_EQ(payload(r, rank), received[at(size - 1 - r)]);
@@ -128,8 +128,8 @@ TEST(Collectives, InPlaceReductionsCombineEveryRank) {
     const int rank = worldRank();
     const int size = worldSize();
     int sum = rank + 1;
-    ASSERT_QMX_OK(QMX_MPI_Allreduce(QMX_MPI_IN_PLACE, &sum, 1, QMX_MPI_INT, QMX_MPI_SUM,
-                                    QMX_MPI_COMM_WORLD));
+    ASSERT_QMX_OK(
+        QMX_MPI_Allreduce(QMX_MPI_IN_PLACE, &sum, 1, QMX_MPI_INT, QMX_MPI_SUM, QMX_MPI_COMM_WORLD));
     EXPECT_EQ(size * (size + 1) / 2, sum);
 
     long long product = rank + 2;
@@ -146,13 +146,13 @@ TEST(Collectives, InPlaceReductionsCombineEveryRank) {
     }
 
     int prefix = rank + 1;
-    ASSERT_QMX_OK(QMX_MPI_Scan(QMX_MPI_IN_PLACE, &prefix, 1, QMX_MPI_INT, QMX_MPI_SUM,
-                               QMX_MPI_COMM_WORLD));
+    ASSERT_QMX_OK(
+        QMX_MPI_Scan(QMX_MPI_IN_PLACE, &prefix, 1, QMX_MPI_INT, QMX_MPI_SUM, QMX_MPI_COMM_WORLD));
     EXPECT_EQ((rank + 1) * (rank + 2) / 2, prefix);
     int before = rank + 1;
     int exclusive = -1;
-    ASSERT_QMX_OK(QMX_MPI_Exscan(&before, &exclusive, 1, QMX_MPI_INT, QMX_MPI_SUM,
-                                 QMX_MPI_COMM_WORLD));
+    ASSERT_QMX_OK(
+        QMX_MPI_Exscan(&before, &exclusive, 1, QMX_MPI_INT, QMX_MPI_SUM, QMX_MPI_COMM_WORLD));
     if (rank > 0) {
         EXPECT_EQ(rank * (rank + 1) / 2, exclusive);
     }
@@ -218,8 +218,8 @@ void userMax(void* in, void* inout, int* len, int* datatype) {
 using Matrix = std::array<long long, 4>;
 
 Matrix multiply(const Matrix& a, const Matrix& b) {
-    return {a[0] * b[0] + a[1] * b[2], a[0] * b[1] + a[1] * b[3],
-            a[2] * b[0] + a[3] * b[2], a[2] * b[1] + a[3] * b[3]};
+    return {a[0] * b[0] + a[1] * b[2], a[0] * b[1] + a[1] * b[3], a[2] * b[0] + a[3] * b[2],
+            a[2] * b[1] + a[3] * b[3]};
 }
 
 void matrixProduct(void* in, void* inout, int* len, int* datatype) {
@@ -231,7 +231,9 @@ void matrixProduct(void* in, void* inout, int* len, int* datatype) {
     }
 }
 
-Matrix matrixOfRank(int rank) { return {rank + 1, 1, 1, 0}; }
+Matrix matrixOfRank(int rank) {
+    return {rank + 1, 1, 1, 0};
+}
 
 // Two user operations alive at once: a product of matrices (a derived datatype, not
 // commutative, so rank order matters) and a maximum over ints.
@@ -249,8 +251,8 @@ TEST(Collectives, UserOperationsRunInRankOrderWithTheWrappersDatatype) {
     Matrix reduced{};
     ASSERT_QMX_OK(QMX_MPI_Reduce(&mine, &reduced, 1, matrixType, product, 0, QMX_MPI_COMM_WORLD));
     Matrix prefix = matrixOfRank(rank);
-    ASSERT_QMX_OK(QMX_MPI_Scan(QMX_MPI_IN_PLACE, &prefix, 1, matrixType, product,
-                               QMX_MPI_COMM_WORLD));
+    ASSERT_QMX_OK(
+        QMX_MPI_Scan(QMX_MPI_IN_PLACE, &prefix, 1, matrixType, product, QMX_MPI_COMM_WORLD));
     expectSeenDatatype(matrixType);
     Matrix expected = matrixOfRank(0);
     for (int r = 1; r < worldSize(); ++r) {
@@ -264,8 +266,8 @@ TEST(Collectives, UserOperationsRunInRankOrderWithTheWrappersDatatype) {
     }
 
     int value = rank + 1;
-    ASSERT_QMX_OK(QMX_MPI_Allreduce(QMX_MPI_IN_PLACE, &value, 1, QMX_MPI_INT, maximum,
-                                    QMX_MPI_COMM_WORLD));
+    ASSERT_QMX_OK(
+        QMX_MPI_Allreduce(QMX_MPI_IN_PLACE, &value, 1, QMX_MPI_INT, maximum, QMX_MPI_COMM_WORLD));
     EXPECT_EQ(worldSize(), value) << "another user function ran in place of the maximum";
     expectSeenDatatype(QMX_MPI_INT);
 

@@ -30,8 +30,8 @@ TEST(Errors, HandlesThatNameNoLiveObjectAreRefusedWithTheirClass) {
     EXPECT_EQ(QMX_MPI_ERR_COMM, QMX_MPI_Send(&value, 1, QMX_MPI_INT, 0, 0, 999));
     EXPECT_EQ(QMX_MPI_ERR_COMM, QMX_MPI_Send(&value, 1, QMX_MPI_INT, 0, 0, QMX_MPI_COMM_NULL));
     EXPECT_EQ(QMX_MPI_ERR_TYPE, QMX_MPI_Send(&value, 1, 999, 0, 0, QMX_MPI_COMM_WORLD));
-    EXPECT_EQ(QMX_MPI_ERR_OP, QMX_MPI_Allreduce(QMX_MPI_IN_PLACE, &value, 1, QMX_MPI_INT, 999,
-                                                QMX_MPI_COMM_WORLD));
+    EXPECT_EQ(QMX_MPI_ERR_OP,
+              QMX_MPI_Allreduce(QMX_MPI_IN_PLACE, &value, 1, QMX_MPI_INT, 999, QMX_MPI_COMM_WORLD));
 
     int dup = QMX_MPI_COMM_NULL;
     ASSERT_QMX_OK(QMX_MPI_Comm_dup(QMX_MPI_COMM_WORLD, &dup));
@@ -42,8 +42,8 @@ TEST(Errors, HandlesThatNameNoLiveObjectAreRefusedWithTheirClass) {
 
     int request = QMX_MPI_REQUEST_NULL;
     int received = -1;
-    ASSERT_QMX_OK(QMX_MPI_Isend(&value, 1, QMX_MPI_INT, worldRank(), 1, QMX_MPI_COMM_WORLD,
-                                &request));
+    ASSERT_QMX_OK(
+        QMX_MPI_Isend(&value, 1, QMX_MPI_INT, worldRank(), 1, QMX_MPI_COMM_WORLD, &request));
     ASSERT_QMX_OK(QMX_MPI_Recv(&received, 1, QMX_MPI_INT, worldRank(), 1, QMX_MPI_COMM_WORLD,
                                QMX_MPI_STATUS_IGNORE));
     int completed = request;
@@ -79,8 +79,7 @@ TEST(Errors, TruncatedReceiveReportsTruncationInItsStatus) {
     ASSERT_QMX_OK(QMX_MPI_Isend(sent, 10, QMX_MPI_INT, rank, 2, QMX_MPI_COMM_WORLD, &request));
     int received[5];
     QMX_MPI_Status_struct status{};
-    const int code =
-        QMX_MPI_Recv(received, 5, QMX_MPI_INT, rank, 2, QMX_MPI_COMM_WORLD, &status);
+    const int code = QMX_MPI_Recv(received, 5, QMX_MPI_INT, rank, 2, QMX_MPI_COMM_WORLD, &status);
     EXPECT_EQ(QMX_MPI_ERR_TRUNCATE, qmxErrorClass(code));
     EXPECT_EQ(code, status.MPI_ERROR);
     EXPECT_EQ(rank, status.MPI_SOURCE);

@@ -76,10 +76,10 @@ TEST(FileIo, IndividualFilePointerAdvancesByWhatWasTransferred) {
     const int rank = worldRank();
     const std::string name = jobFileName("tolm-mpiio-own-") + "-" + std::to_string(rank);
     int file = QMX_MPI_FILE_NULL;
-    ASSERT_QMX_OK(QMX_MPI_File_open(QMX_MPI_COMM_SELF, name.c_str(),
-                                    QMX_MPI_MODE_CREATE | QMX_MPI_MODE_RDWR |
-                                        QMX_MPI_MODE_DELETE_ON_CLOSE,
-                                    QMX_MPI_INFO_NULL, &file));
+    ASSERT_QMX_OK(
+        QMX_MPI_File_open(QMX_MPI_COMM_SELF, name.c_str(),
+                          QMX_MPI_MODE_CREATE | QMX_MPI_MODE_RDWR | QMX_MPI_MODE_DELETE_ON_CLOSE,
+                          QMX_MPI_INFO_NULL, &file));
     int values[10];
     for (int i = 0; i < 10; ++i) {
         values[i] = payload(rank, i);
@@ -124,8 +124,8 @@ TEST(FileIo, FailedOpensReturnCodesAndNoHandle) {
     EXPECT_EQ(QMX_MPI_FILE_NULL, file);
     EXPECT_FALSE(qmxErrorText(missing).empty());
 
-    EXPECT_EQ(QMX_MPI_ERR_AMODE, QMX_MPI_File_open(QMX_MPI_COMM_SELF, "/tmp/x", 1024,
-                                                   QMX_MPI_INFO_NULL, &file))
+    EXPECT_EQ(QMX_MPI_ERR_AMODE,
+              QMX_MPI_File_open(QMX_MPI_COMM_SELF, "/tmp/x", 1024, QMX_MPI_INFO_NULL, &file))
         << "a mode bit the wrapper does not define was passed on";
 }
 

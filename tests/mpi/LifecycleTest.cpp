@@ -96,8 +96,8 @@ TEST(Lifecycle, MaxBufferSizeIsLoweredByTheEnvironmentAndBadValuesAreRefused) {
     setenv(QMX_MPI_MAX_BUFFER_SIZE_ENV, "4096", 1);
     ASSERT_QMX_OK(QMX_MPI_Initialize(driverHandle()));
     EXPECT_EQ(4096u, QMX_MPI_Get_max_buffer_size());
-    for (const char* invalid : {"", "0", "-5", "+5", " 12", "12 ", "2147479553", "1e6",
-                                "99999999999999999999999"}) {
+    for (const char* invalid :
+         {"", "0", "-5", "+5", " 12", "12 ", "2147479553", "1e6", "99999999999999999999999"}) {
         setenv(QMX_MPI_MAX_BUFFER_SIZE_ENV, invalid, 1);
         EXPECT_EQ(QMX_MPI_ERR_BAD_ENVIRONMENT, QMX_MPI_Initialize(driverHandle()))
             << "value \"" << invalid << "\"";
@@ -126,9 +126,10 @@ TEST(Lifecycle, CpuBindCollisionTestSwitchComesFromTheEnvironment) {
     setenv(QMX_MPI_DISABLE_CPU_BIND_COLLISION_TEST_ENV, "yes", 1);
     EXPECT_EQ(QMX_MPI_ERR_BAD_ENVIRONMENT, QMX_MPI_disable_cpu_bind_collision_test(&flag));
     EXPECT_EQ(0, flag);
-    EXPECT_EQ("Invalid MPI wrapper setting: TOLM_MPI_DISABLE_CPU_BIND_COLLISION_TEST=\"yes\" is "
-              "invalid: expected 0 or 1",
-              qmxErrorText(QMX_MPI_ERR_BAD_ENVIRONMENT));
+    EXPECT_EQ(
+        "Invalid MPI wrapper setting: TOLM_MPI_DISABLE_CPU_BIND_COLLISION_TEST=\"yes\" is "
+        "invalid: expected 0 or 1",
+        qmxErrorText(QMX_MPI_ERR_BAD_ENVIRONMENT));
     unsetenv(QMX_MPI_DISABLE_CPU_BIND_COLLISION_TEST_ENV);
 }
 
@@ -183,7 +184,9 @@ TEST(Lifecycle, AfterFinalizeCallsReturnFinalized) {
     EXPECT_EQ("Message truncated on receive", qmxErrorText(QMX_MPI_ERR_TRUNCATE));
 }
 
-TEST(Lifecycle, HeaderIsValidC) { EXPECT_EQ(24, qmxCStatusSize()); }
+TEST(Lifecycle, HeaderIsValidC) {
+    EXPECT_EQ(24, qmxCStatusSize());
+}
 
 }  // namespace
 }  // namespace tolm::mpitest

@@ -12,8 +12,12 @@
 namespace tolm::mpitest {
 namespace {
 
-int rightNeighbour() { return (worldRank() + 1) % worldSize(); }
-int leftNeighbour() { return (worldRank() + worldSize() - 1) % worldSize(); }
+int rightNeighbour() {
+    return (worldRank() + 1) % worldSize();
+}
+int leftNeighbour() {
+    return (worldRank() + worldSize() - 1) % worldSize();
+}
 
 TEST(PointToPoint, RingExchangeReportsSourceTagAndCounts) {
     const int rank = worldRank();
@@ -77,11 +81,11 @@ TEST(PointToPoint, ProbesReportTheMessageBeforeItIsReceived) {
     QMX_MPI_Status_struct status{};
     int found = 0;
     while (!found) {
-        ASSERT_QMX_OK(QMX_MPI_Iprobe(leftNeighbour(), QMX_MPI_ANY_TAG, QMX_MPI_COMM_WORLD, &found,
-                                     &status));
+        ASSERT_QMX_OK(
+            QMX_MPI_Iprobe(leftNeighbour(), QMX_MPI_ANY_TAG, QMX_MPI_COMM_WORLD, &found, &status));
     }
-    ASSERT_QMX_OK(QMX_MPI_Probe(QMX_MPI_ANY_SOURCE, 40 + leftNeighbour(), QMX_MPI_COMM_WORLD,
-                                &status));
+    ASSERT_QMX_OK(
+        QMX_MPI_Probe(QMX_MPI_ANY_SOURCE, 40 + leftNeighbour(), QMX_MPI_COMM_WORLD, &status));
     EXPECT_EQ(leftNeighbour(), status.MPI_SOURCE);
     int count = 0;
     ASSERT_QMX_OK(QMX_MPI_Get_count(&status, QMX_MPI_INT, &count));
@@ -176,12 +180,12 @@ TEST(PointToPoint, WaitanyAndTestanyReturnEachCompletionOnce) {
     int sends[count];
     for (int tag = 0; tag < count; ++tag) {
         sent[tag] = payload(rank, tag);
-        ASSERT_QMX_OK(QMX_MPI_Irecv(&received[tag], 1, QMX_MPI_INT, rank, tag,
-                                    QMX_MPI_COMM_WORLD, &receives[tag]));
+        ASSERT_QMX_OK(QMX_MPI_Irecv(&received[tag], 1, QMX_MPI_INT, rank, tag, QMX_MPI_COMM_WORLD,
+                                    &receives[tag]));
     }
     for (int tag = count - 1; tag >= 0; --tag) {
-        ASSERT_QMX_OK(QMX_MPI_Issend(&sent[tag], 1, QMX_MPI_INT, rank, tag, QMX_MPI_COMM_WORLD,
-                                     &sends[tag]));
+        ASSERT_QMX_OK(
+            QMX_MPI_Issend(&sent[tag], 1, QMX_MPI_INT, rank, tag, QMX_MPI_COMM_WORLD, &sends[tag]));
     }
     std::set<int> completed;
     for (int i = 0; i < count; ++i) {
@@ -205,14 +209,15 @@ TEST(PointToPoint, WaitanyAndTestanyReturnEachCompletionOnce) {
     int all = 0;
     ASSERT_QMX_OK(QMX_MPI_Testall(count, sends, &all, QMX_MPI_STATUSES_IGNORE));
     EXPECT_TRUE(all);
-    EXPECT_EQ(std::vector<int>(count, QMX_MPI_REQUEST_NULL), std::vector<int>(sends, sends + count));
+    EXPECT_EQ(std::vector<int>(count, QMX_MPI_REQUEST_NULL),
+              std::vector<int>(sends, sends + count));
 }
 
 TEST(PointToPoint, ProcNullAndCancelledReceivesCompleteWithTheirStatus) {
     int value = 0;
     QMX_MPI_Status_struct status{};
-    ASSERT_QMX_OK(QMX_MPI_Recv(&value, 1, QMX_MPI_INT, QMX_MPI_PROC_NULL, 3, QMX_MPI_COMM_WORLD,
-                               &status));
+    ASSERT_QMX_OK(
+        QMX_MPI_Recv(&value, 1, QMX_MPI_INT, QMX_MPI_PROC_NULL, 3, QMX_MPI_COMM_WORLD, &status));
     EXPECT_EQ(QMX_MPI_PROC_NULL, status.MPI_SOURCE);
     EXPECT_EQ(QMX_MPI_ANY_TAG, status.MPI_TAG);
     int count = -1;
@@ -220,8 +225,8 @@ TEST(PointToPoint, ProcNullAndCancelledReceivesCompleteWithTheirStatus) {
     EXPECT_EQ(0, count);
 
     int request = QMX_MPI_REQUEST_NULL;
-    ASSERT_QMX_OK(QMX_MPI_Irecv(&value, 1, QMX_MPI_INT, QMX_MPI_ANY_SOURCE, 999,
-                                QMX_MPI_COMM_WORLD, &request));
+    ASSERT_QMX_OK(QMX_MPI_Irecv(&value, 1, QMX_MPI_INT, QMX_MPI_ANY_SOURCE, 999, QMX_MPI_COMM_WORLD,
+                                &request));
     ASSERT_QMX_OK(QMX_MPI_Cancel(&request));
     ASSERT_QMX_OK(QMX_MPI_Wait(&request, &status));
     EXPECT_EQ(QMX_MPI_REQUEST_NULL, request);

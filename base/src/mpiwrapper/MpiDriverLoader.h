@@ -12,7 +12,7 @@
 namespace tolm::mpiwrapper {
 
 class __attribute__((visibility("default"))) MpiDriverLoader {
-public:
+  public:
     // The library name for a value of the "-mpi" option ("openmpi4" gives "TolmOpenMpi4",
     // "mpich2" "TolmMpich2Ch3", "platform" "TolmPlatformMpi"); empty for any other value.
     static std::string libraryNameForOption(std::string_view option);

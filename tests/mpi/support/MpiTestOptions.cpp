@@ -28,7 +28,9 @@ void takeDriverOption(int& argc, char** argv) {
     argv[argc] = nullptr;
 }
 
-const std::string& driverOption() { return driver; }
+const std::string& driverOption() {
+    return driver;
+}
 
 void* loadDriverOrExit() {
     std::string error;
