@@ -153,6 +153,8 @@ class Communicator {
     void scan(CustomReductionBuffer& buffer, QMX_MPI_User_function* function);
     // Every rank receives the union of all ranks' sets.
     void allGather(const std::set<std::string>& mine, std::set<std::string>& all);
+    // The root receives every rank's text, in rank order; the others receive nothing.
+    void gather(const std::string& mine, std::vector<std::string>& all, unsigned int root);
     // The master receives every rank's record, in rank order; the others receive nothing.
     void gather(const Properties& mine, std::vector<Properties>& all);
 

@@ -33,24 +33,29 @@ void Communicator::allGather(const std::set<std::string>& mine, std::set<std::st
     }
 }
 
-void Communicator::gather(const Properties& mine, std::vector<Properties>& all) {
-    const std::string text = mine.toString();
+void Communicator::gather(const std::string& mine, std::vector<std::string>& all,
+                          unsigned int root) {
     std::vector<unsigned int> lengths;
-    allGather(MessageLimits::toUnsigned(text.size()), lengths);
+    allGather(MessageLimits::toUnsigned(mine.size()), lengths);
     std::uint64_t total = 0;
-    for (const unsigned int length : lengths)
-        total += length;
-    const bool isMaster = myRank() == masterRank();
-    std::string allText(isMaster ? total : 0, '\0');
-    gatherVector(text.data(), lengths[myRank()], allText.data(), lengths, {}, masterRank());
+    for (const unsigned int length : lengths) total += length;
+    const bool isRoot = myRank() == root;
+    std::string allText(isRoot ? total : 0, '\0');
+    gatherVector(mine.data(), lengths[myRank()], allText.data(), lengths, {}, root);
     all.clear();
-    if (!isMaster)
-        return;
+    if (!isRoot) return;
     std::uint64_t offset = 0;
     for (const unsigned int length : lengths) {
-        all.emplace_back(std::string_view(allText).substr(offset, length));
+        all.push_back(allText.substr(offset, length));
         offset += length;
     }
+}
+
+void Communicator::gather(const Properties& mine, std::vector<Properties>& all) {
+    std::vector<std::string> texts;
+    gather(mine.toString(), texts, masterRank());
+    all.clear();
+    for (const auto& text : texts) all.emplace_back(text);
 }
 
 void Communicator::getDefaultDisplacements(const UnsignedCounts& counts,

@@ -182,8 +182,14 @@ void Machine::recordDesignFlags(int argc, char** argv) {
 void Machine::dispatchRole(int argc, char** argv, const ArgumentMap& consumed) {
     // Proxy servers and session daemons run the same server host: the server asks
     // isProxyServer() / isProxySessionDaemon() to tell its role.
-    if (isSerial() || isMaster())
+    CommandController& commands = CommandController::getSingleton();  // collective
+    if (isSerial() || isMaster()) {
         startServerHost(argc, argv, consumed);
+        // However the server ended, the slaves must leave their loop.
+        commands.releaseSlaves();
+    } else {
+        commands.processCommands();
+    }
 }
 
 void Machine::startServerHost(int argc, char** argv, const ArgumentMap& consumed) {
@@ -271,7 +277,7 @@ std::string Machine::getStartTime() {
 }
 
 double Machine::wallTime() {
-    return Platform::time().wallSeconds();
+    return isParallel() ? QMX_MPI_Wtime() : Platform::time().wallSeconds();
 }
 
 void Machine::reset() {
