@@ -3,6 +3,7 @@
 #include "machine/Communicator.h"
 #include "machine/GlobalFloatingPointExceptionStatus.h"
 #include "machine/Machine.h"
+#include "machine/ParallelErrorHandler.h"
 #include "neo/Command.h"
 #include "neo/Controller.h"
 #include "neo/Error.h"
@@ -29,11 +30,14 @@ void assertSerialOrMaster(const char* message) {
 
 CommandController& CommandController::getSingleton() {
     auto& slot = singletonSlot();
-    if (!slot) slot.reset(new CommandController());
+    if (!slot)
+        slot.reset(new CommandController());
     return *slot;
 }
 
-void CommandController::reset() { singletonSlot().reset(); }
+void CommandController::reset() {
+    singletonSlot().reset();
+}
 
 CommandController::CommandController() : _spinWait(false, GlobalCondition::ON_ALL_INVARIANT) {
     Controller& controller = Controller::getSingleton();
@@ -56,7 +60,8 @@ void CommandController::attachObservers() {
             TOLM_ASSERT(Machine::isMaster(),
                         "Only the master can observe the Scatter/Gather Command Observable");
             // Slaves leave their loop on "ExitCommandLoop" without answering it.
-            if (!_slavesLeftLoop) gatherResponse(response);
+            if (!_slavesLeftLoop)
+                gatherResponse(response);
         });
         controller.getMasterScatterCommandObservable().attach(*_scatterObserver);
         controller.getMasterGatherResponseObservable().attach(*_gatherObserver);
@@ -72,8 +77,10 @@ void CommandController::attachObservers() {
 
 CommandController::~CommandController() {
     Controller& controller = Controller::getSingleton();
-    if (_scatterObserver) controller.getMasterScatterCommandObservable().detach(*_scatterObserver);
-    if (_gatherObserver) controller.getMasterGatherResponseObservable().detach(*_gatherObserver);
+    if (_scatterObserver)
+        controller.getMasterScatterCommandObservable().detach(*_scatterObserver);
+    if (_gatherObserver)
+        controller.getMasterGatherResponseObservable().detach(*_gatherObserver);
     if (_postExecuteObserver) {
         controller.getPostExecuteFloatingPointErrorObservable().detach(*_postExecuteObserver);
     }
@@ -89,7 +96,8 @@ void CommandController::processCommands() {
 }
 
 void CommandController::releaseSlaves() {
-    if (!Machine::isMaster() || _slavesReleased) return;
+    if (!Machine::isMaster() || _slavesReleased)
+        return;
     _slavesReleased = true;
     endSlaveLoop();
 }
@@ -100,7 +108,8 @@ void CommandController::endSlaveLoop() {
 
 void CommandController::processQueuedCommands() {
     Controller& controller = Controller::getSingleton();
-    if (!GlobalCondition(controller.hasQueuedCommands(), GlobalCondition::ON_MASTER)) return;
+    if (!GlobalCondition(controller.hasQueuedCommands(), GlobalCondition::ON_MASTER))
+        return;
     GlobalFloatingPointExceptionStatus::AssertNoException(AssertNoFpeAccessKey());
     if (!(Machine::isSerial() || Machine::isMaster())) {
         slaveCommandLoop();
@@ -108,7 +117,8 @@ void CommandController::processQueuedCommands() {
     }
     assertSerialOrMaster("Only Serial or Controller can enter SerialMasterCommandLoop");
     controller.processQueuedCommands();
-    if (Machine::isMaster()) endSlaveLoop();
+    if (Machine::isMaster())
+        endSlaveLoop();
 }
 
 bool CommandController::masterExecuteCommand(const Properties& command, Properties& response) {
@@ -143,6 +153,9 @@ void CommandController::scatterCommand(Properties& command) const {
 
 bool CommandController::gatherResponse(Properties& response) const {
     const EventTracker::Track track("CommandController", "gatherResponse");
+    if (ParallelErrorHandler* handler = Machine::getSingleton().getParallelErrorHandler()) {
+        handler->raisePending();  // a worker thread's error ends the job from here
+    }
     GlobalFloatingPointExceptionStatus::AssertNoException(AssertNoFpeAccessKey());
     parseErrorProperties(response);
     return true;
@@ -153,14 +166,18 @@ void CommandController::parseErrorProperties(Properties& response) const {
     std::vector<std::string> texts;
     Machine::globalCommunicator()->gather(mine, texts, Communicator::masterRank());
     for (unsigned int rank = 0; rank < texts.size(); ++rank) {
-        if (texts[rank].empty()) continue;
+        if (texts[rank].empty())
+            continue;
         const Properties failed(texts[rank]);
-        if (!Error::isErrorIn(failed)) continue;
+        if (!Error::isErrorIn(failed))
+            continue;
         for (const char* tag : {Error::ERROR_TAG, Error::MESSAGE_TAG, Error::SEVERITY_TAG}) {
             response.remove(tag);
-            if (failed.has(tag)) response.value()[tag] = failed.value()[tag];
+            if (failed.has(tag))
+                response.value()[tag] = failed.value()[tag];
         }
-        if (rank != 0) response.set(RANK_TAG, rank);
+        if (rank != 0)
+            response.set(RANK_TAG, rank);
         return;
     }
 }
@@ -179,7 +196,8 @@ void CommandController::slaveCommandLoop() {
         Properties response;
         machine.setState(Machine::AwaitingCommand);
         scatterCommand(command);
-        if (Command::getCommandName(command) == EXIT_COMMAND_LOOP) break;
+        if (Command::getCommandName(command) == EXIT_COMMAND_LOOP)
+            break;
         machine.setState(Machine::Processing);
         controller.executeCommand(command, response);
         machine.setState(Machine::GatheringResponse);
