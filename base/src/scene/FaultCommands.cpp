@@ -12,7 +12,7 @@
 namespace tolm {
 namespace {
 
-bool failsHere(const Properties& command) {
+bool isChosen(const Properties& command) {
     if (!command.has("ranks"))
         return true;
     const auto ranks = command.get<std::vector<unsigned int>>("ranks");
@@ -20,7 +20,7 @@ bool failsHere(const Properties& command) {
 }
 
 void fail(const Properties& command, Properties&) {
-    if (!failsHere(command))
+    if (!isChosen(command))
         return;
     const std::string message =
         "Command failed on rank " + std::to_string(Machine::getPartitionId());
@@ -38,6 +38,8 @@ void raiseFloatingPointError(const Properties& command, Properties& response) {
 }
 
 void sleep(const Properties& command, Properties&) {
+    if (!isChosen(command))
+        return;  // "ranks" chooses the sleepers as it chooses failures
     const double seconds = command.get<double>("seconds", 0.0);
     if (seconds < 0.0 || seconds > 3600.0)
         throw Error("\"seconds\" must lie in 0..3600", 1);
