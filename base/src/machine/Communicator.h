@@ -1,4 +1,5 @@
 #pragma once
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -67,6 +68,7 @@ class Communicator {
     std::unique_ptr<Communicator> createSharedMemCommunicators();
     // Ends the whole job with the status's integer value as exit code.
     void abort(const ExitStatus& status);
+    static constexpr std::chrono::milliseconds abortGraceTime{200};
 
     void setMaxBufferSize(std::uint64_t bytes);
     std::uint64_t getMaxBufferSize() const { return _maxBufferSize; }
