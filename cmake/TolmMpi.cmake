@@ -93,6 +93,8 @@ function(tolm_add_mpi_driver_objects flavour)
     add_library(${target} OBJECT ${ARGN})
     target_link_libraries(${target} PUBLIC tolm_build_options Tolm::NativeMpi_${flavour})
     target_include_directories(${target} PUBLIC ${PROJECT_SOURCE_DIR}/base/src)
+    # Calls into MPI go straight through the GOT, saving the PLT jump on every forwarded call.
+    target_compile_options(${target} PRIVATE -fno-plt)
     set_target_properties(${target} PROPERTIES
         POSITION_INDEPENDENT_CODE ON
         CXX_VISIBILITY_PRESET hidden

@@ -33,6 +33,7 @@ int main(int argc, char** argv) {
     } catch (const tolm::OptionError& error) {
         return endWith(error.what(), ExitStatus::InvalidArgumentCode);
     } catch (const tolm::NonRecoverableError& error) {
+        tolm::Machine::handleParallelError(error);  // ends the job
         return endWith(error.what(), ExitStatus::NonRecoverableErrorCode);
     } catch (const tolm::InternalError& error) {
         std::fprintf(stderr, "  Failed condition: %s (%s:%d)\n", error.getCondition().c_str(),

@@ -1,60 +1,16 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <cstring>
-#include <sstream>
-
-#include "neo/Properties.h"
-#include "platform/StringHelper.h"
-#include "support/ChildRun.h"
+#include "ServerJobs.h"
 
 namespace tolm {
 namespace {
 
-struct Launcher {
-    const char* command;      // the launcher and its options, separated by blanks
-    const char* environment;  // VAR=VALUE settings it needs, separated by blanks
-};
-
-constexpr Launcher openMpi{TOLM_OPENMPI_LAUNCH, TOLM_OPENMPI_ENVIRONMENT};
-constexpr Launcher mpich{TOLM_MPICH_LAUNCH, TOLM_MPICH_ENVIRONMENT};
-
-struct Job {
-    const char* driver;
-    Launcher launcher;
-    const char* distribution;
-    int ranks;
-};
-
-void PrintTo(const Job& job, std::ostream* out) {
-    *out << job.driver << " on " << job.ranks;
-}
+using test::Job;
+using test::responses;
+using test::runJob;
 
 std::string jobName(const testing::TestParamInfo<Job>& info) {
-    return std::string(info.param.driver) + "_np" + std::to_string(info.param.ranks);
-}
-
-test::ChildResult runJob(const Job& job, std::vector<std::string> serverArguments,
-                         const std::string& input = "") {
-    for (const auto& setting : StringHelper::split(job.launcher.environment, ' ')) {
-        if (!setting.empty())
-            ::putenv(::strdup(setting.c_str()));
-    }
-    std::vector<std::string> command = StringHelper::split(job.launcher.command, ' ');
-    command.insert(command.end(),
-                   {"-n", std::to_string(job.ranks), TOLM_SERVER_PATH, "-mpi", job.driver});
-    command.insert(command.end(), serverArguments.begin(), serverArguments.end());
-    return test::runChild(command, input, 60);
-}
-
-std::vector<Properties> responses(const std::string& out) {
-    std::vector<Properties> parsed;
-    std::istringstream lines(out);
-    for (std::string line; std::getline(lines, line);) {
-        if (!line.empty() && line.front() == '{')
-            parsed.emplace_back(line);
-    }
-    return parsed;
+    return test::jobName(info.param);
 }
 
 class ParallelServer : public testing::TestWithParam<Job> {};
@@ -89,14 +45,14 @@ TEST_P(ParallelServer, MissingBatchFileReleasesTheSlaves) {
 }
 
 INSTANTIATE_TEST_SUITE_P(BothMpis, ParallelServer,
-                         testing::Values(Job{"openmpi4", openMpi, "Open MPI", 1},
-                                         Job{"openmpi4", openMpi, "Open MPI", 4},
-                                         Job{"mpich2", mpich, "MPICH", 1},
-                                         Job{"mpich2", mpich, "MPICH", 4}),
+                         testing::Values(Job{"openmpi4", test::openMpi, "Open MPI", 1},
+                                         Job{"openmpi4", test::openMpi, "Open MPI", 4},
+                                         Job{"mpich2", test::mpich, "MPICH", 1},
+                                         Job{"mpich2", test::mpich, "MPICH", 4}),
                          jobName);
 
 TEST(ParallelServerStart, MissingDriverFailsEveryRankWithTheLoaderText) {
-    const auto result = runJob(Job{"intel", mpich, "", 2}, {});
+    const auto result = runJob(Job{"intel", test::mpich, "", 2}, {});
     EXPECT_NE(result.exitCode, 0);
     EXPECT_NE(result.err.find("Error: Failed to initialize MPI wrapper: libTolmIntelMpi.so: "),
               std::string::npos)

@@ -67,17 +67,5 @@ TEST(Datatypes, StructTypeCarriesRecordsBetweenRanks) {
     ASSERT_QMX_OK(QMX_MPI_Type_free(&again));
 }
 
-TEST(Datatypes, ResizedTypeReportsItsNewBounds) {
-    int spaced = QMX_MPI_DATATYPE_NULL;
-    ASSERT_QMX_OK(QMX_MPI_Type_create_resized(QMX_MPI_INT, -4, 16, &spaced));
-    ASSERT_QMX_OK(QMX_MPI_Type_commit(&spaced));
-    QMX_MPI_Aint lowerBound = 0;
-    QMX_MPI_Aint extent = 0;
-    ASSERT_QMX_OK(QMX_MPI_Type_get_extent(spaced, &lowerBound, &extent));
-    EXPECT_EQ(-4, lowerBound);
-    EXPECT_EQ(16, extent);
-    ASSERT_QMX_OK(QMX_MPI_Type_free(&spaced));
-}
-
 }  // namespace
 }  // namespace tolm::mpitest

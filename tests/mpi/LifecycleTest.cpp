@@ -23,8 +23,7 @@ using mpiwrapper::MpiDriverLoader;
 void* driverHandle() {
     static void* handle = [] {
         std::string error;
-        void* opened =
-            MpiDriverLoader::open(MpiDriverLoader::libraryNameForOption(driverOption()), error);
+        void* opened = MpiDriverLoader::openForOption(driverOption(), error);
         EXPECT_NE(nullptr, opened) << error;
         return opened;
     }();
@@ -53,7 +52,10 @@ TEST(Lifecycle, BeforeAnyDriverCallsReturnNoDriver) {
               qmxErrorText(QMX_MPI_ERR_NO_DRIVER));
     EXPECT_EQ(QMX_MPI_ERR_NO_DRIVER, qmxErrorClass(QMX_MPI_ERR_NO_DRIVER));
     EXPECT_EQ("Invalid rank", qmxErrorText(QMX_MPI_ERR_RANK));
-    EXPECT_EQ(QMX_MPI_DEFAULT_MAX_BUFFER_SIZE, QMX_MPI_Get_max_buffer_size());
+    int errorClass = -1;
+    for (int none : {-5, 54, QMX_MPI_ERR_LASTCODE + 1}) {
+        EXPECT_EQ(QMX_MPI_ERR_ARG, QMX_MPI_Error_class(none, &errorClass)) << none;
+    }
     EXPECT_EQ(2147483648ULL - 4096, QMX_MPI_Get_max_buffer_size());
 }
 
@@ -70,6 +72,8 @@ TEST(Lifecycle, LoaderFindsDriversByOptionAndNamesMissingOnes) {
     std::string error;
     EXPECT_EQ(nullptr, MpiDriverLoader::open("TolmNoSuchDriver", error));
     EXPECT_NE(std::string::npos, error.find("libTolmNoSuchDriver.so")) << error;
+    EXPECT_EQ(nullptr, MpiDriverLoader::openForOption("intel", error));
+    EXPECT_EQ("Unknown MPI driver: intel", error);
 }
 
 TEST(Lifecycle, LibrariesThatAreNoDriverAreRefused) {
@@ -92,8 +96,8 @@ TEST(Lifecycle, MaxBufferSizeIsLoweredByTheEnvironmentAndBadValuesAreRefused) {
     setenv(QMX_MPI_MAX_BUFFER_SIZE_ENV, "4096", 1);
     ASSERT_QMX_OK(QMX_MPI_Initialize(driverHandle()));
     EXPECT_EQ(4096u, QMX_MPI_Get_max_buffer_size());
-    for (const char* invalid : {"", "0", "-5", "+5", " 12", "12 ", "2147479553", "1e6",
-                                "99999999999999999999999"}) {
+    for (const char* invalid :
+         {"", "0", "-5", "+5", " 12", "12 ", "2147479553", "1e6", "99999999999999999999999"}) {
         setenv(QMX_MPI_MAX_BUFFER_SIZE_ENV, invalid, 1);
         EXPECT_EQ(QMX_MPI_ERR_BAD_ENVIRONMENT, QMX_MPI_Initialize(driverHandle()))
             << "value \"" << invalid << "\"";
@@ -122,9 +126,10 @@ TEST(Lifecycle, CpuBindCollisionTestSwitchComesFromTheEnvironment) {
     setenv(QMX_MPI_DISABLE_CPU_BIND_COLLISION_TEST_ENV, "yes", 1);
     EXPECT_EQ(QMX_MPI_ERR_BAD_ENVIRONMENT, QMX_MPI_disable_cpu_bind_collision_test(&flag));
     EXPECT_EQ(0, flag);
-    EXPECT_EQ("Invalid MPI wrapper setting: TOLM_MPI_DISABLE_CPU_BIND_COLLISION_TEST=\"yes\" is "
-              "invalid: expected 0 or 1",
-              qmxErrorText(QMX_MPI_ERR_BAD_ENVIRONMENT));
+    EXPECT_EQ(
+        "Invalid MPI wrapper setting: TOLM_MPI_DISABLE_CPU_BIND_COLLISION_TEST=\"yes\" is "
+        "invalid: expected 0 or 1",
+        qmxErrorText(QMX_MPI_ERR_BAD_ENVIRONMENT));
     unsetenv(QMX_MPI_DISABLE_CPU_BIND_COLLISION_TEST_ENV);
 }
 
@@ -179,7 +184,9 @@ TEST(Lifecycle, AfterFinalizeCallsReturnFinalized) {
     EXPECT_EQ("Message truncated on receive", qmxErrorText(QMX_MPI_ERR_TRUNCATE));
 }
 
-TEST(Lifecycle, HeaderIsValidC) { EXPECT_EQ(24, qmxCStatusSize()); }
+TEST(Lifecycle, HeaderIsValidC) {
+    EXPECT_EQ(24, qmxCStatusSize());
+}
 
 }  // namespace
 }  // namespace tolm::mpitest

@@ -12,8 +12,12 @@
 namespace tolm::mpitest {
 namespace {
 
-int rightNeighbour() { return (worldRank() + 1) % worldSize(); }
-int leftNeighbour() { return (worldRank() + worldSize() - 1) % worldSize(); }
+int rightNeighbour() {
+    return (worldRank() + 1) % worldSize();
+}
+int leftNeighbour() {
+    return (worldRank() + worldSize() - 1) % worldSize();
+}
 
 TEST(PointToPoint, RingExchangeReportsSourceTagAndCounts) {
     const int rank = worldRank();
@@ -77,11 +81,11 @@ TEST(PointToPoint, ProbesReportTheMessageBeforeItIsReceived) {
     QMX_MPI_Status_struct status{};
     int found = 0;
     while (!found) {
-        ASSERT_QMX_OK(QMX_MPI_Iprobe(leftNeighbour(), QMX_MPI_ANY_TAG, QMX_MPI_COMM_WORLD, &found,
-                                     &status));
+        ASSERT_QMX_OK(
+            QMX_MPI_Iprobe(leftNeighbour(), QMX_MPI_ANY_TAG, QMX_MPI_COMM_WORLD, &found, &status));
     }
-    ASSERT_QMX_OK(QMX_MPI_Probe(QMX_MPI_ANY_SOURCE, 40 + leftNeighbour(), QMX_MPI_COMM_WORLD,
-                                &status));
+    ASSERT_QMX_OK(
+        QMX_MPI_Probe(QMX_MPI_ANY_SOURCE, 40 + leftNeighbour(), QMX_MPI_COMM_WORLD, &status));
     EXPECT_EQ(leftNeighbour(), status.MPI_SOURCE);
     int count = 0;
     ASSERT_QMX_OK(QMX_MPI_Get_count(&status, QMX_MPI_INT, &count));
@@ -145,25 +149,28 @@ TEST(PointToPoint, PersistentRequestsStayValidUntilFreed) {
     ASSERT_QMX_OK(QMX_MPI_Send_init(&outgoing, 1, QMX_MPI_INT, rightNeighbour(), 9,
                                     QMX_MPI_COMM_WORLD, &requests[1]));
     const int handles[2] = {requests[0], requests[1]};
-    for (int round = 0; round < 5; ++round) {
+    for (int round = 0; round < 4; ++round) {
         outgoing = payload(rank, round);
-        ASSERT_QMX_OK(QMX_MPI_Startall(2, requests));
-        ASSERT_QMX_OK(QMX_MPI_Waitall(2, requests, QMX_MPI_STATUSES_IGNORE));
+        if (round % 2 == 0) {
+            ASSERT_QMX_OK(QMX_MPI_Startall(2, requests));
+            ASSERT_QMX_OK(QMX_MPI_Waitall(2, requests, QMX_MPI_STATUSES_IGNORE));
+        } else {
+            ASSERT_QMX_OK(QMX_MPI_Start(&requests[0]));
+            ASSERT_QMX_OK(QMX_MPI_Start(&requests[1]));
+            ASSERT_QMX_OK(QMX_MPI_Wait(&requests[1], QMX_MPI_STATUS_IGNORE));
+            ASSERT_QMX_OK(QMX_MPI_Wait(&requests[0], QMX_MPI_STATUS_IGNORE));
+        }
         EXPECT_EQ(payload(leftNeighbour(), round), incoming);
-        EXPECT_EQ(handles[0], requests[0]) << "a persistent request was released by Waitall";
+        EXPECT_EQ(handles[0], requests[0]) << "a persistent request was released on completion";
         EXPECT_EQ(handles[1], requests[1]);
     }
-    ASSERT_QMX_OK(QMX_MPI_Start(&requests[0]));
-    ASSERT_QMX_OK(QMX_MPI_Start(&requests[1]));
-    ASSERT_QMX_OK(QMX_MPI_Wait(&requests[1], QMX_MPI_STATUS_IGNORE));
-    ASSERT_QMX_OK(QMX_MPI_Wait(&requests[0], QMX_MPI_STATUS_IGNORE));
-    EXPECT_EQ(handles[0], requests[0]);
     for (int& request : requests) {
         ASSERT_QMX_OK(QMX_MPI_Request_free(&request));
         EXPECT_EQ(QMX_MPI_REQUEST_NULL, request);
     }
 }
 
+// Receives from this rank itself, matched by synchronous sends posted in reverse order.
 TEST(PointToPoint, WaitanyAndTestanyReturnEachCompletionOnce) {
     const int rank = worldRank();
     constexpr int count = 4;
@@ -173,12 +180,12 @@ TEST(PointToPoint, WaitanyAndTestanyReturnEachCompletionOnce) {
     int sends[count];
     for (int tag = 0; tag < count; ++tag) {
         sent[tag] = payload(rank, tag);
-        ASSERT_QMX_OK(QMX_MPI_Irecv(&received[tag], 1, QMX_MPI_INT, rank, tag,
-                                    QMX_MPI_COMM_WORLD, &receives[tag]));
+        ASSERT_QMX_OK(QMX_MPI_Irecv(&received[tag], 1, QMX_MPI_INT, rank, tag, QMX_MPI_COMM_WORLD,
+                                    &receives[tag]));
     }
     for (int tag = count - 1; tag >= 0; --tag) {
-        ASSERT_QMX_OK(QMX_MPI_Isend(&sent[tag], 1, QMX_MPI_INT, rank, tag, QMX_MPI_COMM_WORLD,
-                                    &sends[tag]));
+        ASSERT_QMX_OK(
+            QMX_MPI_Issend(&sent[tag], 1, QMX_MPI_INT, rank, tag, QMX_MPI_COMM_WORLD, &sends[tag]));
     }
     std::set<int> completed;
     for (int i = 0; i < count; ++i) {
@@ -196,22 +203,21 @@ TEST(PointToPoint, WaitanyAndTestanyReturnEachCompletionOnce) {
     ASSERT_QMX_OK(QMX_MPI_Waitany(count, receives, &index, QMX_MPI_STATUS_IGNORE));
     EXPECT_EQ(QMX_MPI_UNDEFINED, index) << "no active request is left";
 
-    int done = 0;
-    for (int flag = 0; done < count;) {
+    for (int done = 0, flag = 0; done < count; done += flag && index != QMX_MPI_UNDEFINED) {
         ASSERT_QMX_OK(QMX_MPI_Testany(count, sends, &index, &flag, QMX_MPI_STATUS_IGNORE));
-        done += flag && index != QMX_MPI_UNDEFINED ? 1 : 0;
     }
     int all = 0;
     ASSERT_QMX_OK(QMX_MPI_Testall(count, sends, &all, QMX_MPI_STATUSES_IGNORE));
     EXPECT_TRUE(all);
-    EXPECT_EQ(std::vector<int>(count, QMX_MPI_REQUEST_NULL), std::vector<int>(sends, sends + count));
+    EXPECT_EQ(std::vector<int>(count, QMX_MPI_REQUEST_NULL),
+              std::vector<int>(sends, sends + count));
 }
 
 TEST(PointToPoint, ProcNullAndCancelledReceivesCompleteWithTheirStatus) {
     int value = 0;
     QMX_MPI_Status_struct status{};
-    ASSERT_QMX_OK(QMX_MPI_Recv(&value, 1, QMX_MPI_INT, QMX_MPI_PROC_NULL, 3, QMX_MPI_COMM_WORLD,
-                               &status));
+    ASSERT_QMX_OK(
+        QMX_MPI_Recv(&value, 1, QMX_MPI_INT, QMX_MPI_PROC_NULL, 3, QMX_MPI_COMM_WORLD, &status));
     EXPECT_EQ(QMX_MPI_PROC_NULL, status.MPI_SOURCE);
     EXPECT_EQ(QMX_MPI_ANY_TAG, status.MPI_TAG);
     int count = -1;
@@ -219,39 +225,14 @@ TEST(PointToPoint, ProcNullAndCancelledReceivesCompleteWithTheirStatus) {
     EXPECT_EQ(0, count);
 
     int request = QMX_MPI_REQUEST_NULL;
-    ASSERT_QMX_OK(QMX_MPI_Irecv(&value, 1, QMX_MPI_INT, QMX_MPI_ANY_SOURCE, 999,
-                                QMX_MPI_COMM_WORLD, &request));
+    ASSERT_QMX_OK(QMX_MPI_Irecv(&value, 1, QMX_MPI_INT, QMX_MPI_ANY_SOURCE, 999, QMX_MPI_COMM_WORLD,
+                                &request));
     ASSERT_QMX_OK(QMX_MPI_Cancel(&request));
     ASSERT_QMX_OK(QMX_MPI_Wait(&request, &status));
     EXPECT_EQ(QMX_MPI_REQUEST_NULL, request);
     int cancelled = 0;
     ASSERT_QMX_OK(QMX_MPI_Test_cancelled(&status, &cancelled));
     EXPECT_TRUE(cancelled);
-}
-
-TEST(PointToPoint, SynchronousSendsCompleteOnceReceived) {
-    const int rank = worldRank();
-    const int value = payload(rank, 7);
-    int request = QMX_MPI_REQUEST_NULL;
-    ASSERT_QMX_OK(QMX_MPI_Issend(&value, 1, QMX_MPI_INT, rightNeighbour(), 11, QMX_MPI_COMM_WORLD,
-                                 &request));
-    int received = -1;
-    ASSERT_QMX_OK(QMX_MPI_Recv(&received, 1, QMX_MPI_INT, leftNeighbour(), 11, QMX_MPI_COMM_WORLD,
-                               QMX_MPI_STATUS_IGNORE));
-    EXPECT_EQ(payload(leftNeighbour(), 7), received);
-    int flag = 0;
-    while (!flag) {
-        ASSERT_QMX_OK(QMX_MPI_Test(&request, &flag, QMX_MPI_STATUS_IGNORE));
-    }
-    EXPECT_EQ(QMX_MPI_REQUEST_NULL, request);
-
-    if (rank == 1) {
-        ASSERT_QMX_OK(QMX_MPI_Ssend(&value, 1, QMX_MPI_INT, 0, 12, QMX_MPI_COMM_WORLD));
-    } else if (rank == 0 && worldSize() > 1) {
-        ASSERT_QMX_OK(QMX_MPI_Recv(&received, 1, QMX_MPI_INT, 1, 12, QMX_MPI_COMM_WORLD,
-                                   QMX_MPI_STATUS_IGNORE));
-        EXPECT_EQ(payload(1, 7), received);
-    }
 }
 
 }  // namespace

@@ -27,9 +27,8 @@ SharedBlock allocateOnFirstRank(QMX_MPI_Aint bytes) {
     int rank = -1;
     EXPECT_QMX_OK(QMX_MPI_Comm_rank(block.comm, &rank));
     void* mine = nullptr;
-    EXPECT_QMX_OK(QMX_MPI_Win_allocate_shared(rank == 0 ? bytes : 0, sizeof(int),
-                                              QMX_MPI_INFO_NULL, block.comm, &mine,
-                                              &block.window));
+    EXPECT_QMX_OK(QMX_MPI_Win_allocate_shared(rank == 0 ? bytes : 0, sizeof(int), QMX_MPI_INFO_NULL,
+                                              block.comm, &mine, &block.window));
     void* first = nullptr;
     EXPECT_QMX_OK(QMX_MPI_Win_shared_query(block.window, 0, &block.bytes, &block.unit, &first));
     block.base = static_cast<int*>(first);
@@ -78,8 +77,7 @@ TEST(SharedWindows, PassiveSynchronisationOrdersWrites) {
 
     ASSERT_QMX_OK(QMX_MPI_Win_lock(QMX_MPI_LOCK_SHARED, 0, 0, block.window));
     ASSERT_QMX_OK(QMX_MPI_Win_unlock(0, block.window));
-    EXPECT_EQ(QMX_MPI_ERR_LOCKTYPE,
-              qmxErrorClass(QMX_MPI_Win_lock(1, 0, 0, block.window)));
+    EXPECT_EQ(QMX_MPI_ERR_LOCKTYPE, qmxErrorClass(QMX_MPI_Win_lock(1, 0, 0, block.window)));
     release(block);
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <limits>
+#include <thread>
 
 #include "machine/FieldLoopState.h"
 #include "machine/Machine.h"
@@ -99,6 +100,9 @@ std::unique_ptr<Communicator> Communicator::createSharedMemCommunicators() {
 void Communicator::abort(const ExitStatus& status) {
     std::fflush(stdout);
     std::fflush(stderr);
+    // The launcher forwards each process's output asynchronously and an abort tears the job
+    // down at once: give it a moment to pass on what this process printed last.
+    std::this_thread::sleep_for(abortGraceTime);
     QMX_MPI_Abort(_handle, int(status));
 }
 

@@ -1,6 +1,9 @@
 #pragma once
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <set>
 #include <string>
 #include <type_traits>
 #include <vector>
@@ -9,6 +12,7 @@
 #include "machine/ExitStatus.h"
 #include "machine/MessageLimits.h"
 #include "machine/MpiCore.h"
+#include "neo/Properties.h"
 
 namespace tolm {
 
@@ -66,6 +70,7 @@ class Communicator {
     std::unique_ptr<Communicator> createSharedMemCommunicators();
     // Ends the whole job with the status's integer value as exit code.
     void abort(const ExitStatus& status);
+    static constexpr std::chrono::milliseconds abortGraceTime{200};
 
     void setMaxBufferSize(std::uint64_t bytes);
     std::uint64_t getMaxBufferSize() const { return _maxBufferSize; }
@@ -257,6 +262,109 @@ class Communicator {
     void broadcast(std::string& text, unsigned int root);
     void broadcast(std::vector<std::string>& texts, unsigned int root);
 
+    // Collectives. Every rank of the communicator calls the same operation in the same order.
+    // The fixed-count gather, all-gather and scatter, and the vector forms with unsigned
+    // counts, halve a message too large for one MPI call until every piece fits; the received
+    // data are the same, byte for byte, as one call would give. The vector forms with
+    // unsigned counts need the counts on every rank, since all ranks must split alike.
+    using UnsignedCounts = std::vector<unsigned int>;
+    using IntCounts = std::vector<int>;
+    class CustomReductionBuffer;
+
+    // `count` elements from each rank; at the root `recv` holds size() x count, rank by rank.
+    template <typename T>
+    void gather(const T* send, std::uint64_t count, T* recv, unsigned int root);
+    // One value from each rank: at the root `recv` becomes size() long, elsewhere empty.
+    template <typename T>
+    void gather(const T& value, std::vector<T>& recv, unsigned int root);
+    template <typename T>
+    void allGather(const T* send, std::uint64_t count, T* recv);
+    template <typename T>
+    void allGather(const T& value, std::vector<T>& recv);
+    template <typename T>
+    void scatter(const T* send, std::uint64_t count, T* recv, unsigned int root);
+    // Rank i's block lands at displacements[i] (default: the blocks one after another).
+    template <typename T, typename SizeType>
+    void gatherVector(const T* send, SizeType sendCount, T* recv,
+                      const std::vector<SizeType>& counts,
+                      const std::vector<SizeType>& displacements, unsigned int root);
+    template <typename T>
+    void allGatherVector(const T* send, unsigned int sendCount, T* recv,
+                         const UnsignedCounts& counts, const UnsignedCounts& displacements);
+    template <typename T, typename SizeType>
+    void scatterVector(const T* send, const std::vector<SizeType>& counts,
+                       const std::vector<SizeType>& displacements, T* recv, SizeType recvCount,
+                       unsigned int root);
+    template <typename T>
+    void allToAll(const T* send, std::uint64_t count, T* recv);
+    template <typename T>
+    void allToAllVector(const T* send, const IntCounts& sendCounts, const IntCounts& sendDispl,
+                        T* recv, const IntCounts& recvCounts, const IntCounts& recvDispl);
+    // Reduces size() x recvCount elements with `op` and leaves block i on rank i.
+    template <typename T>
+    void reduceScatter(const T* send, T* recv, std::uint64_t recvCount, int op);
+    // In place: `data` holds this rank's values and receives the result (at the root only
+    // for reduce). `op` is a QMX_MPI_* operation.
+    template <typename T>
+    void reduce(T* data, std::uint64_t count, int op, unsigned int root);
+    template <typename T>
+    void allReduce(T* data, std::uint64_t count, int op);
+    template <typename T>
+    void allReduce(T& value, int op) {
+        allReduce(&value, 1, op);
+    }
+    template <typename T>
+    void scan(T* data, std::uint64_t count, int op);
+    // Reductions of user records with a user function, in place.
+    void reduce(CustomReductionBuffer& buffer, QMX_MPI_User_function* function, unsigned int root);
+    void allReduce(CustomReductionBuffer& buffer, QMX_MPI_User_function* function);
+    void scan(CustomReductionBuffer& buffer, QMX_MPI_User_function* function);
+    // Every rank receives the union of all ranks' sets.
+    void allGather(const std::set<std::string>& mine, std::set<std::string>& all);
+    // The root receives every rank's text, in rank order; the others receive nothing.
+    void gather(const std::string& mine, std::vector<std::string>& all, unsigned int root);
+    // The master receives every rank's record, in rank order; the others receive nothing.
+    void gather(const Properties& mine, std::vector<Properties>& all);
+
+    // The same operations on untyped views.
+    void gather(const ConstBufferBase<unsigned int>& send, const BufferBase<unsigned int>& recv,
+                unsigned int root);
+    void allGather(const ConstBufferBase<unsigned int>& send, const BufferBase<unsigned int>& recv);
+    void scatter(const ConstBufferBase<unsigned int>& send, const BufferBase<unsigned int>& recv,
+                 unsigned int root);
+    void gatherVector(const ConstBufferBase<int>& send, const BufferBase<int>& recv,
+                      const IntCounts& counts, const IntCounts& displacements, unsigned int root);
+    void gatherVector(const ConstBufferBase<unsigned int>& send,
+                      const BufferBase<unsigned int>& recv, const UnsignedCounts& counts,
+                      const UnsignedCounts& displacements, unsigned int root);
+    void allGatherVector(const ConstBufferBase<unsigned int>& send,
+                         const BufferBase<unsigned int>& recv, const UnsignedCounts& counts,
+                         const UnsignedCounts& displacements);
+    void scatterVector(const ConstBufferBase<int>& send, const IntCounts& counts,
+                       const IntCounts& displacements, const BufferBase<int>& recv,
+                       unsigned int root);
+    void scatterVector(const ConstBufferBase<unsigned int>& send, const UnsignedCounts& counts,
+                       const UnsignedCounts& displacements, const BufferBase<unsigned int>& recv,
+                       unsigned int root);
+    void allToAll(const ConstBufferBase<int>& send, const BufferBase<int>& recv);
+    void allToAllVector(const ConstBufferBase<int>& send, const IntCounts& sendCounts,
+                        const IntCounts& sendDispl, const BufferBase<int>& recv,
+                        const IntCounts& recvCounts, const IntCounts& recvDispl);
+    void reduceScatter(const ConstBufferBase<int>& send, const BufferBase<int>& recv, int op);
+    void _reduce(const BufferBase<int>& buffer, int op, unsigned int root);
+    void _allReduce(const BufferBase<int>& buffer, int op);
+    void _scan(const BufferBase<int>& buffer, int op);
+
+    // Count and displacement arithmetic of the vector forms.
+    void getDefaultDisplacements(const UnsignedCounts& counts, UnsignedCounts& displacements) const;
+    void addStrideLength(const UnsignedCounts& counts, UnsignedCounts& out,
+                         unsigned int stride) const;
+    void addStrideLength(const UnsignedCounts& counts, const UnsignedCounts& displacements,
+                         UnsignedCounts& outCounts, UnsignedCounts& outDisplacements,
+                         unsigned int stride) const;
+    void subtractStrideLength(const UnsignedCounts& counts, UnsignedCounts& out,
+                              unsigned int stride) const;
+
     // Raises when communicating is not allowed here (see the class comment).
     static void checkSerialCriticalLock();
 
@@ -267,6 +375,25 @@ class Communicator {
     explicit Communicator(const int& handle);
 
     void broadcastBuffer(const BufferBase<unsigned int>& buffer, unsigned int root);
+    // Pieces of split gathers: `count` elements per rank from element `offset` of each rank's
+    // block of `stride` elements.
+    void gatherPiece(const ConstBufferBase<unsigned int>& send,
+                     const BufferBase<unsigned int>& recv, unsigned int stride, unsigned int offset,
+                     unsigned int count, unsigned int root);
+    void allGatherPiece(const ConstBufferBase<unsigned int>& send,
+                        const BufferBase<unsigned int>& recv, unsigned int stride,
+                        unsigned int offset, unsigned int count);
+    void scatterPiece(const ConstBufferBase<unsigned int>& send,
+                      const BufferBase<unsigned int>& recv, unsigned int stride,
+                      unsigned int offset, unsigned int count, unsigned int root);
+    // Whether `count` elements per rank, size() ranks in all, fit one call; throws when they do
+    // not and cannot be halved any further.
+    bool fitsOneCall(std::uint64_t totalCount, unsigned int elementSize, unsigned int count) const;
+    template <typename Counts>
+    void checkRecvCounts(const Counts& counts) const;
+    // Runs `reduction` with a wrapper operation made from `function`, freed afterwards.
+    void userReduction(QMX_MPI_User_function* function,
+                       const std::function<void(int op)>& reduction);
     // Runs one wrapper call with the checks and bookkeeping every operation shares.
     template <typename WrapperCall>
     void communicate(const char* operation, std::uint64_t bytes, int peer, WrapperCall&& call);
@@ -326,14 +453,6 @@ class Communicator {
     bool _iProbe(int& source, int& tag, const int& wantedTag, int datatype, int& count);
     static std::uint64_t valuesIn(int elements, std::uint64_t elementsPerValue);
 
-    // Temporary, until the collectives arrive: the two that Timer's statistics call, with the
-    // collectives' own signatures (TimerReductions.cpp). Delete this block and that file then.
-    friend class Timer;
-    template <typename T>
-    void allReduce(T* data, std::uint64_t count, int op);
-    template <typename T>
-    void gather(const T* send, std::uint64_t count, T* recv, unsigned int root);
-
     int _handle;
     int _group = 0;
     unsigned int _size = 0;
@@ -347,6 +466,12 @@ class Communicator {
     static const Tag _defaultTag;
     static inline StatisticsRecorder* _statistics = nullptr;
 };
+
+}  // namespace tolm
+
+#include "machine/CommunicatorCollectives.h"
+
+namespace tolm {
 
 template <typename T>
 void Communicator::broadcast(T* data, std::uint64_t count, unsigned int root) {

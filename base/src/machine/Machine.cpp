@@ -11,6 +11,7 @@
 #include "machine/MpiCore.h"
 #include "machine/MpiDriverTable.h"
 #include "machine/OptionError.h"
+#include "machine/ParallelErrorHandler.h"
 #include "machine/ServerHost.h"
 #include "neo/EventTracker.h"
 #include "neo/InternalError.h"
@@ -21,8 +22,10 @@
 #include "platform/DynamicLibraryLoader.h"
 #include "platform/FileSystem.h"
 #include "platform/FpuHandling.h"
+#include "platform/Log.h"
 #include "platform/Platform.h"
 #include "platform/StringHelper.h"
+#include "platform/Thread.h"
 #include "platform/TimeService.h"
 
 namespace tolm {
@@ -90,6 +93,8 @@ ExitStatus Machine::main(int argc, char** argv) {
     parseCommonArgvs(argc, argv, consumed);
     installTerminateHandler();
     SynchronizedDynamicLoader::nonStateLoad("TolmScene");
+    startParallelErrorHandler();
+    installWorkerErrorHandler();
     recordDesignFlags(argc, argv);
     dispatchRole(argc, argv, consumed);
     takeDown();
@@ -182,8 +187,14 @@ void Machine::recordDesignFlags(int argc, char** argv) {
 void Machine::dispatchRole(int argc, char** argv, const ArgumentMap& consumed) {
     // Proxy servers and session daemons run the same server host: the server asks
     // isProxyServer() / isProxySessionDaemon() to tell its role.
-    if (isSerial() || isMaster())
+    CommandController& commands = CommandController::getSingleton();  // collective
+    if (isSerial() || isMaster()) {
         startServerHost(argc, argv, consumed);
+        // However the server ended, the slaves must leave their loop.
+        commands.releaseSlaves();
+    } else {
+        commands.processCommands();
+    }
 }
 
 void Machine::startServerHost(int argc, char** argv, const ArgumentMap& consumed) {
@@ -193,6 +204,7 @@ void Machine::startServerHost(int argc, char** argv, const ArgumentMap& consumed
 
 void Machine::takeDown() {
     getSingleton()._onExitObservable->notify();
+    stopParallelErrorHandler();
     CommandController::reset();
     EventTracker::reset();
     SingletonCleaner::reset();
@@ -250,6 +262,91 @@ void Machine::abort(const ExitStatus& status) {
     std::exit(int(machine.getExitStatus()));
 }
 
+void Machine::startParallelErrorHandler() {
+    if (!isParallel())
+        return;
+    if (!_threaded) {
+        std::printf("All internal errors will be treated as fatal\n");
+        std::fflush(stdout);
+        return;
+    }
+    Machine& machine = getSingleton();
+    machine._parallelErrorHandler = std::make_unique<ParallelErrorHandler>();
+    if (machine._parallelErrorHandler->start())
+        return;
+    machine._parallelErrorHandler.reset();
+    if (isMaster()) {
+        std::printf(
+            "Parallel error handler failed to start. All internal errors will be treated as "
+            "fatal.\n");
+        std::fflush(stdout);
+    }
+}
+
+void Machine::stopParallelErrorHandler() {
+    Machine& machine = getSingleton();
+    if (!machine._parallelErrorHandler)
+        return;
+    machine._parallelErrorHandler->stop();
+    machine._parallelErrorHandler.reset();
+}
+
+// What escapes a worker thread: a non-recoverable error ends the job (through the parallel
+// error handler where there is one); any other exception there is a fault of the code and is
+// treated as non-recoverable; a recoverable Error is logged, and the thread ends.
+void Machine::installWorkerErrorHandler() {
+    Thread::setUncaughtExceptionHandler([](std::exception_ptr escaped) {
+        std::optional<NonRecoverableError> fatal;
+        try {
+            std::rethrow_exception(escaped);
+        } catch (const NonRecoverableError& error) {
+            fatal.emplace(error.getMessage(), error.properties());
+        } catch (const Error& error) {
+            OS::Log::warning("Error on a worker thread: " + error.getMessage());
+            return;
+        } catch (const std::exception& error) {
+            fatal.emplace(std::string("Uncaught exception on a worker thread: ") + error.what());
+        } catch (...) {
+            fatal.emplace("Uncaught exception on a worker thread");
+        }
+        ParallelErrorHandler* handler = getSingleton().getParallelErrorHandler();
+        if (handler) {
+            handler->report(*fatal);
+        } else {
+            endJobWith(*fatal);
+        }
+    });
+}
+
+void Machine::handleParallelError(const Error& error) {
+    if (error.isCollective())
+        return;
+    if (isMaster() && !Thread::isMain())
+        return;
+    if (!NonRecoverableError::isNonRecoverableErrorIn(error))
+        return;
+    endJobWith(error);
+}
+
+void Machine::endJobWith(const Error& error) {
+    std::fprintf(stderr, "Error: %s\n", error.getMessage().c_str());
+    const Properties& properties = error.properties();
+    if (properties.has(Error::STACK_TRACE_TAG)) {
+        for (const auto& frame : properties.get<std::vector<std::string>>(Error::STACK_TRACE_TAG)) {
+            std::fprintf(stderr, "  %s\n", frame.c_str());
+        }
+    }
+    std::fflush(stderr);
+    uninstallTerminateHandler();
+    Machine& machine = getSingleton();
+    machine.updateExitStatus(ExitStatus::NonRecoverableErrorCode);
+    if (isParallel() && _globalComm) {
+        Communicator* global = _globalComm.release();
+        global->abort(machine.getExitStatus());
+    }
+    std::exit(int(machine.getExitStatus()));
+}
+
 void Machine::installTerminateHandler() {
     std::set_terminate(onTerminate);
 }
@@ -271,7 +368,7 @@ std::string Machine::getStartTime() {
 }
 
 double Machine::wallTime() {
-    return Platform::time().wallSeconds();
+    return isParallel() ? QMX_MPI_Wtime() : Platform::time().wallSeconds();
 }
 
 void Machine::reset() {

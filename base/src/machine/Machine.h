@@ -10,6 +10,8 @@
 namespace tolm {
 
 class Communicator;
+class Error;
+class ParallelErrorHandler;
 class ServerHost;
 
 // The one object that turns the processes of a job into a parallel machine: a master (rank 0)
@@ -113,6 +115,11 @@ class Machine {
 
     // Ends the job with `status` added to the run's status. Never returns.
     [[noreturn]] static void abort(const ExitStatus& status);
+    // An error raised on this process: a non-recoverable one (not collective, and on the
+    // master only from the main thread) is printed and ends the job with code 32.
+    static void handleParallelError(const Error& error);
+    ParallelErrorHandler* getParallelErrorHandler() const { return _parallelErrorHandler.get(); }
+    static void stopParallelErrorHandler();
     static void installTerminateHandler();
     static void uninstallTerminateHandler();
     OnExitObservable& getOnExitObservable();
@@ -135,6 +142,7 @@ class Machine {
 
   private:
     friend class CommonArgvParser;
+    friend class ParallelErrorHandler;
 
     Machine();
     static void startMpi(int argc, char** argv, ArgumentMap& consumed);
@@ -143,6 +151,10 @@ class Machine {
     static void dispatchRole(int argc, char** argv, const ArgumentMap& consumed);
     static void startServerHost(int argc, char** argv, const ArgumentMap& consumed);
     static void takeDown();
+    static void startParallelErrorHandler();
+    static void installWorkerErrorHandler();
+    // Prints a non-recoverable error and ends the job with code 32.
+    [[noreturn]] static void endJobWith(const Error& error);
     static void recordExecutableLocation();
 
     static Machine* _singleton;
@@ -165,6 +177,7 @@ class Machine {
     static std::unique_ptr<Communicator> _globalComm;
     static std::unique_ptr<ServerHost> _serverHost;
 
+    std::unique_ptr<ParallelErrorHandler> _parallelErrorHandler;
     ExitStatus _exitStatus;
     std::wstring _jobManagerUrl;
     int _taskId = 0;

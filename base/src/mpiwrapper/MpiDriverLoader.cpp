@@ -85,6 +85,15 @@ void* MpiDriverLoader::open(std::string_view libraryName, std::string& error) {
     return openFile(file, error);
 }
 
+void* MpiDriverLoader::openForOption(std::string_view option, std::string& error) {
+    const std::string library = libraryNameForOption(option);
+    if (library.empty()) {
+        error = "Unknown MPI driver: " + std::string(option);
+        return nullptr;
+    }
+    return open(library, error);
+}
+
 int MpiDriverLoader::initializeWrapper(void* handle) {
     if (int rc = QMX_MPI_Initialize(handle)) {
         return rc;

@@ -12,7 +12,7 @@
 namespace tolm::mpiwrapper {
 
 class __attribute__((visibility("default"))) MpiDriverLoader {
-public:
+  public:
     // The library name for a value of the "-mpi" option ("openmpi4" gives "TolmOpenMpi4",
     // "mpich2" "TolmMpich2Ch3", "platform" "TolmPlatformMpi"); empty for any other value.
     static std::string libraryNameForOption(std::string_view option);
@@ -26,6 +26,10 @@ public:
     // Opens the driver (RTLD_NOW | RTLD_LOCAL). Returns the handle, or nullptr with the
     // loader's text in error.
     static void* open(std::string_view libraryName, std::string& error);
+
+    // open() of the library for a "-mpi" value; an unknown value fails with the error
+    // "Unknown MPI driver: " and the value.
+    static void* openForOption(std::string_view option, std::string& error);
 
     // Hands the opened driver to the wrapper: QMX_MPI_Initialize, then QMX_MPIO_Initialize.
     // Returns the first non-zero QMX code, or QMX_MPI_SUCCESS.

@@ -24,7 +24,9 @@ constexpr bool isErrorClass(int errorClass) {
            errorClass != 54;  // 54 is a gap in the MPI numbering of classes
 }
 
-constexpr int classOf(int code) { return code & classMask; }
+constexpr int classOf(int code) {
+    return code & classMask;
+}
 constexpr std::uint32_t referenceOf(int code) {
     return static_cast<std::uint32_t>(code) >> classBits;
 }
@@ -34,7 +36,8 @@ constexpr int compose(int errorClass, std::uint32_t reference) {
 
 // True for every code a driver or the front can return (and only for those).
 constexpr bool isValid(int code) {
-    return isWrapperCode(code) || (code >= 0 && code < firstWrapperCode && isErrorClass(classOf(code)));
+    return isWrapperCode(code) ||
+           (code >= 0 && code < firstWrapperCode && isErrorClass(classOf(code)));
 }
 
 }  // namespace tolm::mpiwrapper::errorcode

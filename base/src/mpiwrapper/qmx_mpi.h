@@ -356,11 +356,10 @@ int QMX_MPI_Issend(const void* buf, int count, int datatype, int dest, int tag, 
                    int* request);
 int QMX_MPI_Recv(void* buf, int count, int datatype, int source, int tag, int comm,
                  QMX_MPI_Status_struct* status);
-int QMX_MPI_Irecv(void* buf, int count, int datatype, int source, int tag, int comm,
-                  int* request);
+int QMX_MPI_Irecv(void* buf, int count, int datatype, int source, int tag, int comm, int* request);
 int QMX_MPI_Sendrecv(const void* sendbuf, int sendcount, int sendtype, int dest, int sendtag,
-                     void* recvbuf, int recvcount, int recvtype, int source, int recvtag,
-                     int comm, QMX_MPI_Status_struct* status);
+                     void* recvbuf, int recvcount, int recvtype, int source, int recvtag, int comm,
+                     QMX_MPI_Status_struct* status);
 int QMX_MPI_Probe(int source, int tag, int comm, QMX_MPI_Status_struct* status);
 int QMX_MPI_Iprobe(int source, int tag, int comm, int* flag, QMX_MPI_Status_struct* status);
 int QMX_MPI_Get_count(const QMX_MPI_Status_struct* status, int datatype, int* count);
@@ -380,8 +379,7 @@ int QMX_MPI_Waitall(int count, int* requests, QMX_MPI_Status_struct* statuses);
 int QMX_MPI_Waitany(int count, int* requests, int* index, QMX_MPI_Status_struct* status);
 int QMX_MPI_Test(int* request, int* flag, QMX_MPI_Status_struct* status);
 int QMX_MPI_Testall(int count, int* requests, int* flag, QMX_MPI_Status_struct* statuses);
-int QMX_MPI_Testany(int count, int* requests, int* index, int* flag,
-                    QMX_MPI_Status_struct* status);
+int QMX_MPI_Testany(int count, int* requests, int* index, int* flag, QMX_MPI_Status_struct* status);
 int QMX_MPI_Cancel(int* request);
 int QMX_MPI_Request_free(int* request);
 
@@ -390,34 +388,31 @@ int QMX_MPI_Request_free(int* request);
 int QMX_MPI_Barrier(int comm);
 int QMX_MPI_Ibarrier(int comm, int* request);
 int QMX_MPI_Bcast(void* buffer, int count, int datatype, int root, int comm);
-int QMX_MPI_Gather(const void* sendbuf, int sendcount, int sendtype, void* recvbuf,
-                   int recvcount, int recvtype, int root, int comm);
+int QMX_MPI_Gather(const void* sendbuf, int sendcount, int sendtype, void* recvbuf, int recvcount,
+                   int recvtype, int root, int comm);
 int QMX_MPI_Gatherv(const void* sendbuf, int sendcount, int sendtype, void* recvbuf,
                     const int* recvcounts, const int* displs, int recvtype, int root, int comm);
-int QMX_MPI_Scatter(const void* sendbuf, int sendcount, int sendtype, void* recvbuf,
-                    int recvcount, int recvtype, int root, int comm);
-int QMX_MPI_Scatterv(const void* sendbuf, const int* sendcounts, const int* displs,
-                     int sendtype, void* recvbuf, int recvcount, int recvtype, int root,
-                     int comm);
+int QMX_MPI_Scatter(const void* sendbuf, int sendcount, int sendtype, void* recvbuf, int recvcount,
+                    int recvtype, int root, int comm);
+int QMX_MPI_Scatterv(const void* sendbuf, const int* sendcounts, const int* displs, int sendtype,
+                     void* recvbuf, int recvcount, int recvtype, int root, int comm);
 int QMX_MPI_Allgather(const void* sendbuf, int sendcount, int sendtype, void* recvbuf,
                       int recvcount, int recvtype, int comm);
 int QMX_MPI_Allgatherv(const void* sendbuf, int sendcount, int sendtype, void* recvbuf,
                        const int* recvcounts, const int* displs, int recvtype, int comm);
-int QMX_MPI_Alltoall(const void* sendbuf, int sendcount, int sendtype, void* recvbuf,
-                     int recvcount, int recvtype, int comm);
-int QMX_MPI_Alltoallv(const void* sendbuf, const int* sendcounts, const int* sdispls,
-                      int sendtype, void* recvbuf, const int* recvcounts, const int* rdispls,
-                      int recvtype, int comm);
-int QMX_MPI_Reduce(const void* sendbuf, void* recvbuf, int count, int datatype, int op,
-                   int root, int comm);
+int QMX_MPI_Alltoall(const void* sendbuf, int sendcount, int sendtype, void* recvbuf, int recvcount,
+                     int recvtype, int comm);
+int QMX_MPI_Alltoallv(const void* sendbuf, const int* sendcounts, const int* sdispls, int sendtype,
+                      void* recvbuf, const int* recvcounts, const int* rdispls, int recvtype,
+                      int comm);
+int QMX_MPI_Reduce(const void* sendbuf, void* recvbuf, int count, int datatype, int op, int root,
+                   int comm);
 int QMX_MPI_Allreduce(const void* sendbuf, void* recvbuf, int count, int datatype, int op,
                       int comm);
-int QMX_MPI_Reduce_scatter(const void* sendbuf, void* recvbuf, const int* recvcounts,
-                           int datatype, int op, int comm);
-int QMX_MPI_Scan(const void* sendbuf, void* recvbuf, int count, int datatype, int op,
-                 int comm);
-int QMX_MPI_Exscan(const void* sendbuf, void* recvbuf, int count, int datatype, int op,
-                   int comm);
+int QMX_MPI_Reduce_scatter(const void* sendbuf, void* recvbuf, const int* recvcounts, int datatype,
+                           int op, int comm);
+int QMX_MPI_Scan(const void* sendbuf, void* recvbuf, int count, int datatype, int op, int comm);
+int QMX_MPI_Exscan(const void* sendbuf, void* recvbuf, int count, int datatype, int op, int comm);
 /* User operations run inside the blocking reductions above (there is no non-blocking one). */
 int QMX_MPI_Op_create(QMX_MPI_User_function* function, int commute, int* op);
 int QMX_MPI_Op_free(int* op);
@@ -426,10 +421,8 @@ int QMX_MPI_Op_free(int* op);
 
 int QMX_MPI_Type_contiguous(int count, int oldtype, int* newtype);
 int QMX_MPI_Type_create_struct(int count, const int* blocklengths,
-                               const QMX_MPI_Aint* displacements, const int* types,
-                               int* newtype);
-int QMX_MPI_Type_create_resized(int oldtype, QMX_MPI_Aint lb, QMX_MPI_Aint extent,
-                                int* newtype);
+                               const QMX_MPI_Aint* displacements, const int* types, int* newtype);
+int QMX_MPI_Type_create_resized(int oldtype, QMX_MPI_Aint lb, QMX_MPI_Aint extent, int* newtype);
 int QMX_MPI_Type_get_extent(int datatype, QMX_MPI_Aint* lb, QMX_MPI_Aint* extent);
 int QMX_MPI_Type_size(int datatype, int* size);
 int QMX_MPI_Type_commit(int* datatype);
@@ -437,10 +430,9 @@ int QMX_MPI_Type_free(int* datatype);
 
 /* ---- Shared-memory windows (baseptr points to a void*) -------------------------------- */
 
-int QMX_MPI_Win_allocate_shared(QMX_MPI_Aint size, int disp_unit, int info, int comm,
-                                void* baseptr, int* win);
-int QMX_MPI_Win_shared_query(int win, int rank, QMX_MPI_Aint* size, int* disp_unit,
-                             void* baseptr);
+int QMX_MPI_Win_allocate_shared(QMX_MPI_Aint size, int disp_unit, int info, int comm, void* baseptr,
+                                int* win);
+int QMX_MPI_Win_shared_query(int win, int rank, QMX_MPI_Aint* size, int* disp_unit, void* baseptr);
 int QMX_MPI_Win_fence(int assertion, int win);
 int QMX_MPI_Win_lock(int lock_type, int rank, int assertion, int win);
 int QMX_MPI_Win_unlock(int rank, int win);
@@ -466,14 +458,13 @@ int QMX_MPI_File_close(int* fh);
 int QMX_MPI_File_delete(const char* filename, int info);
 int QMX_MPI_File_read_at(int fh, QMX_MPI_Offset offset, void* buf, int count, int datatype,
                          QMX_MPI_Status_struct* status);
-int QMX_MPI_File_write_at(int fh, QMX_MPI_Offset offset, const void* buf, int count,
-                          int datatype, QMX_MPI_Status_struct* status);
-int QMX_MPI_File_read_at_all(int fh, QMX_MPI_Offset offset, void* buf, int count,
-                             int datatype, QMX_MPI_Status_struct* status);
+int QMX_MPI_File_write_at(int fh, QMX_MPI_Offset offset, const void* buf, int count, int datatype,
+                          QMX_MPI_Status_struct* status);
+int QMX_MPI_File_read_at_all(int fh, QMX_MPI_Offset offset, void* buf, int count, int datatype,
+                             QMX_MPI_Status_struct* status);
 int QMX_MPI_File_write_at_all(int fh, QMX_MPI_Offset offset, const void* buf, int count,
                               int datatype, QMX_MPI_Status_struct* status);
-int QMX_MPI_File_read(int fh, void* buf, int count, int datatype,
-                      QMX_MPI_Status_struct* status);
+int QMX_MPI_File_read(int fh, void* buf, int count, int datatype, QMX_MPI_Status_struct* status);
 int QMX_MPI_File_write(int fh, const void* buf, int count, int datatype,
                        QMX_MPI_Status_struct* status);
 int QMX_MPI_File_seek(int fh, QMX_MPI_Offset offset, int whence);
@@ -483,8 +474,8 @@ int QMX_MPI_File_get_size(int fh, QMX_MPI_Offset* size);
 int QMX_MPI_File_set_size(int fh, QMX_MPI_Offset size);
 int QMX_MPI_File_sync(int fh);
 int QMX_MPI_File_get_info(int fh, int* info);
-int QMX_MPI_File_set_view(int fh, QMX_MPI_Offset disp, int etype, int filetype,
-                          const char* datarep, int info);
+int QMX_MPI_File_set_view(int fh, QMX_MPI_Offset disp, int etype, int filetype, const char* datarep,
+                          int info);
 
 #if defined(__GNUC__)
 #pragma GCC visibility pop

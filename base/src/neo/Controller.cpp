@@ -64,8 +64,16 @@ bool Controller::executeCommand(const Properties& command, Properties& response)
     Properties announced = command;
     _scatter.notify(announced);
     runHandler(announced, response);
-    _gather.notify(response);
-    _postExecute.notify(response);
+    // A check after the command (floating-point status, other processes' errors) that fails
+    // makes the command's answer an error; the loop goes on.
+    try {
+        _gather.notify(response);
+        _postExecute.notify(response);
+    } catch (const NonRecoverableError&) {
+        throw;
+    } catch (const Error& error) {
+        error.writeTo(response);
+    }
     return !Error::isErrorIn(response);
 }
 

@@ -9,7 +9,16 @@ namespace {
 // when the executable starts (the library is linked, never loaded from a worker thread).
 const std::thread::id mainThreadId = std::this_thread::get_id();
 
+Thread::UncaughtHandler& uncaughtHandler() {
+    static Thread::UncaughtHandler handler;
+    return handler;
+}
+
 }  // namespace
+
+void Thread::setUncaughtExceptionHandler(UncaughtHandler handler) {
+    uncaughtHandler() = std::move(handler);
+}
 
 Thread::Thread(std::string name) : _name(std::move(name)) {}
 
@@ -19,7 +28,15 @@ Thread::~Thread() {
 
 void Thread::start(std::function<void()> body) {
     join();
-    _thread = std::thread(std::move(body));
+    _thread = std::thread([body = std::move(body)] {
+        try {
+            body();
+        } catch (...) {
+            if (!uncaughtHandler())
+                throw;
+            uncaughtHandler()(std::current_exception());
+        }
+    });
     // Linux limits thread names to 15 characters; the name is only a debugging aid.
     ::pthread_setname_np(_thread.native_handle(), _name.substr(0, 15).c_str());
 }

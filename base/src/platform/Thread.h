@@ -1,4 +1,5 @@
 #pragma once
+#include <exception>
 #include <functional>
 #include <string>
 #include <thread>
@@ -21,6 +22,11 @@ class Thread {
 
     // True on the thread that loaded this library: the process's main thread.
     static bool isMain();
+
+    // Receives what escapes the body of any Thread, on that thread. Without a handler an
+    // escaping exception ends the process (std::terminate), as for std::thread.
+    using UncaughtHandler = std::function<void(std::exception_ptr)>;
+    static void setUncaughtExceptionHandler(UncaughtHandler handler);
 
   private:
     std::string _name;

@@ -1,11 +1,14 @@
 #include "scene/SceneCommands.h"
 
+#include "machine/Communicator.h"
 #include "machine/Machine.h"
 #include "machine/MpiCore.h"
 #include "machine/ParameterInitialValues.h"
 #include "machine/RemoteShellFactory.h"
 #include "neo/Controller.h"
 #include "neo/TolmVersion.h"
+#include "platform/Platform.h"
+#include "platform/ProcessInfo.h"
 #include "platform/StringHelper.h"
 
 namespace tolm {
@@ -56,6 +59,22 @@ Properties settings() {
     return settings;
 }
 
+// The process id and host of every rank, in rank order (collective in a parallel run).
+void addProcesses(Properties& response) {
+    const int pid = Platform::process().pid();
+    if (Machine::isSerial()) {
+        response.set("pids", std::vector<int>{pid});
+        return;
+    }
+    Communicator& global = *Machine::globalCommunicator();
+    std::vector<int> pids;
+    global.gather(pid, pids, Communicator::masterRank());
+    std::vector<std::string> hosts;
+    global.gather(global.myName(), hosts, Communicator::masterRank());
+    response.set("pids", pids);
+    response.set("hosts", hosts);
+}
+
 void machineInfo(const Properties&, Properties& response) {
     response.set("role", roleName());
     response.set("processes", Machine::nProcesses());
@@ -67,6 +86,7 @@ void machineInfo(const Properties&, Properties& response) {
     response.set("executable", Machine::getExecutableName());
     response.set("startTime", Machine::getStartTime());
     response.setChild("settings", settings());
+    addProcesses(response);
 }
 
 }  // namespace

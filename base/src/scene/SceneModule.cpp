@@ -1,7 +1,10 @@
 // Entry point of the TolmScene module, which the machine loads at start-up on every process.
 #include "neo/Controller.h"
+#include "scene/FaultCommands.h"
 #include "scene/SceneCommands.h"
 
 extern "C" void tolmModuleInitialize() {
-    tolm::registerSceneCommands(tolm::Controller::getSingleton());
+    tolm::Controller& controller = tolm::Controller::getSingleton();
+    tolm::registerSceneCommands(controller);
+    tolm::registerFaultCommands(controller);
 }

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 
-#include <map>
 #include <numeric>
 
+#include "CommunicatorTesting.h"
 #include "machine/Communicator.h"
 #include "machine/Machine.h"
 #include "machine/SerialCritical.h"
@@ -11,51 +11,10 @@
 namespace tolm {
 namespace {
 
-Communicator& world() {
-    return *Machine::globalCommunicator();
-}
-
-// Counts the MPI calls of each operation.
-class CallCounter : public Communicator::StatisticsRecorder {
-  public:
-    CallCounter() { Communicator::setStatisticsRecorder(this); }
-    ~CallCounter() override { Communicator::setStatisticsRecorder(nullptr); }
-    void open(const char* operation, std::uint64_t bytes) override {
-        ++calls[operation];
-        bytesSent[operation] += bytes;
-    }
-    void close(int) override {}
-
-    std::map<std::string, int> calls;
-    std::map<std::string, std::uint64_t> bytesSent;
-};
-
-// Lowers the communicator's message limit for one test.
-class LoweredLimit {
-  public:
-    explicit LoweredLimit(std::uint64_t bytes) : _saved(world().getMaxBufferSize()) {
-        testing::internal::CaptureStdout();
-        world().setMaxBufferSize(bytes);
-        testing::internal::GetCapturedStdout();
-    }
-    ~LoweredLimit() {
-        testing::internal::CaptureStdout();
-        world().setMaxBufferSize(_saved);
-        testing::internal::GetCapturedStdout();
-    }
-
-  private:
-    std::uint64_t _saved;
-};
-
-std::string failureOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const InternalError& error) {
-        return error.what() + std::string(" | ") + error.getCondition();
-    }
-    return "no failure";
-}
+using mpitest::CallCounter;
+using mpitest::failureOf;
+using mpitest::LoweredLimit;
+using mpitest::world;
 
 TEST(Communicator, WorldIdentity) {
     int size = 0, rank = -1;
@@ -122,7 +81,7 @@ TEST(Communicator, BroadcastOfExactlyTheLimitIsOneCallOneByteMoreIsTwo) {
         CallCounter counter;
         world().broadcast(data.data(), data.size(), root);
         EXPECT_EQ(counter.calls["Communicator::Broadcast"], bytes == 1000 ? 1 : 2) << bytes;
-        EXPECT_EQ(counter.bytesSent["Communicator::Broadcast"], bytes);
+        EXPECT_EQ(counter.bytes["Communicator::Broadcast"], bytes);
         for (std::size_t i = 0; i < bytes; ++i) {
             ASSERT_EQ(data[i], static_cast<unsigned char>(i * 7 + 3)) << "byte " << i;
         }

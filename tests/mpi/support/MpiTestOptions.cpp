@@ -28,23 +28,17 @@ void takeDriverOption(int& argc, char** argv) {
     argv[argc] = nullptr;
 }
 
-const std::string& driverOption() { return driver; }
+const std::string& driverOption() {
+    return driver;
+}
 
 void* loadDriverOrExit() {
-    const std::string library = mpiwrapper::MpiDriverLoader::libraryNameForOption(driver);
-    if (library.empty()) {
-        std::fprintf(stderr, "Unknown MPI driver \"%s\" given with -mpi\n", driver.c_str());
-        std::exit(2);
-    }
     std::string error;
-    void* handle = mpiwrapper::MpiDriverLoader::open(library, error);
-    if (!handle) {
-        std::fprintf(stderr, "Cannot load MPI driver %s: %s\n", library.c_str(), error.c_str());
-        std::exit(2);
-    }
-    if (const int rc = mpiwrapper::MpiDriverLoader::initializeWrapper(handle)) {
-        std::fprintf(stderr, "The MPI wrapper refused driver %s: %s\n", library.c_str(),
-                     qmxErrorText(rc).c_str());
+    void* handle = mpiwrapper::MpiDriverLoader::openForOption(driver, error);
+    const int rc = handle ? mpiwrapper::MpiDriverLoader::initializeWrapper(handle) : 0;
+    if (!handle || rc != QMX_MPI_SUCCESS) {
+        std::fprintf(stderr, "Cannot use the MPI driver of -mpi %s: %s\n", driver.c_str(),
+                     handle ? qmxErrorText(rc).c_str() : error.c_str());
         std::exit(2);
     }
     return handle;

@@ -19,6 +19,8 @@ inline int worldSize() {
 
 // A value that names both the rank that made it and its position, so that a payload that
 // arrives from the wrong rank or in the wrong order cannot pass.
-inline int payload(int rank, int index) { return rank * 10000 + index; }
+inline int payload(int rank, int index) {
+    return rank * 10000 + index;
+}
 
 }  // namespace tolm::mpitest

@@ -45,8 +45,7 @@ void RankedResultPrinter::OnTestPartResult(const testing::TestPartResult& result
 std::vector<int> RankedResultPrinter::failingRanks(bool failedHere) const {
     int failed = failedHere ? 1 : 0;
     std::vector<int> flags(static_cast<std::size_t>(size_), 0);
-    QMX_MPI_Allgather(&failed, 1, QMX_MPI_INT, flags.data(), 1, QMX_MPI_INT,
-                      QMX_MPI_COMM_WORLD);
+    QMX_MPI_Allgather(&failed, 1, QMX_MPI_INT, flags.data(), 1, QMX_MPI_INT, QMX_MPI_COMM_WORLD);
     std::vector<int> ranks;
     for (int r = 0; r < size_; ++r) {
         if (flags[static_cast<std::size_t>(r)]) {

@@ -13,7 +13,7 @@
 namespace tolm::mpitest {
 
 class RankedResultPrinter : public testing::EmptyTestEventListener {
-public:
+  public:
     RankedResultPrinter(int rank, int size);
 
     void OnTestStart(const testing::TestInfo& test) override;
@@ -21,7 +21,7 @@ public:
     void OnTestEnd(const testing::TestInfo& test) override;
     void OnTestProgramEnd(const testing::UnitTest& unitTest) override;
 
-private:
+  private:
     std::vector<int> failingRanks(bool failedHere) const;
 
     int rank_;

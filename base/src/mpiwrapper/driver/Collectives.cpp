@@ -61,12 +61,11 @@ int Gather(const void* sendbuf, int sendcount, int sendtype, void* recvbuf, int 
     });
 }
 
-int Gatherv(const void* sendbuf, int sendcount, int sendtype, void* recvbuf,
-            const int* recvcounts, const int* displs, int recvtype, int root, int comm) {
+int Gatherv(const void* sendbuf, int sendcount, int sendtype, void* recvbuf, const int* recvcounts,
+            const int* displs, int recvtype, int root, int comm) {
     return guarded([&] {
         return qmxCode(MPI_Gatherv(sendBuffer(sendbuf), sendcount, types.get(sendtype), recvbuf,
-                                   recvcounts, displs, types.get(recvtype), root,
-                                   comms.get(comm)));
+                                   recvcounts, displs, types.get(recvtype), root, comms.get(comm)));
     });
 }
 
@@ -90,35 +89,33 @@ int Scatterv(const void* sendbuf, const int* sendcounts, const int* displs, int 
 int Allgather(const void* sendbuf, int sendcount, int sendtype, void* recvbuf, int recvcount,
               int recvtype, int comm) {
     return guarded([&] {
-        return qmxCode(MPI_Allgather(sendBuffer(sendbuf), sendcount, types.get(sendtype),
-                                     recvbuf, recvcount, types.get(recvtype), comms.get(comm)));
+        return qmxCode(MPI_Allgather(sendBuffer(sendbuf), sendcount, types.get(sendtype), recvbuf,
+                                     recvcount, types.get(recvtype), comms.get(comm)));
     });
 }
 
 int Allgatherv(const void* sendbuf, int sendcount, int sendtype, void* recvbuf,
                const int* recvcounts, const int* displs, int recvtype, int comm) {
     return guarded([&] {
-        return qmxCode(MPI_Allgatherv(sendBuffer(sendbuf), sendcount, types.get(sendtype),
-                                      recvbuf, recvcounts, displs, types.get(recvtype),
-                                      comms.get(comm)));
+        return qmxCode(MPI_Allgatherv(sendBuffer(sendbuf), sendcount, types.get(sendtype), recvbuf,
+                                      recvcounts, displs, types.get(recvtype), comms.get(comm)));
     });
 }
 
 int Alltoall(const void* sendbuf, int sendcount, int sendtype, void* recvbuf, int recvcount,
              int recvtype, int comm) {
     return guarded([&] {
-        return qmxCode(MPI_Alltoall(sendBuffer(sendbuf), sendcount, types.get(sendtype),
-                                    recvbuf, recvcount, types.get(recvtype), comms.get(comm)));
+        return qmxCode(MPI_Alltoall(sendBuffer(sendbuf), sendcount, types.get(sendtype), recvbuf,
+                                    recvcount, types.get(recvtype), comms.get(comm)));
     });
 }
 
 int Alltoallv(const void* sendbuf, const int* sendcounts, const int* sdispls, int sendtype,
-              void* recvbuf, const int* recvcounts, const int* rdispls, int recvtype,
-              int comm) {
+              void* recvbuf, const int* recvcounts, const int* rdispls, int recvtype, int comm) {
     return guarded([&] {
-        return qmxCode(MPI_Alltoallv(sendBuffer(sendbuf), sendcounts, sdispls,
-                                     types.get(sendtype), recvbuf, recvcounts, rdispls,
-                                     types.get(recvtype), comms.get(comm)));
+        return qmxCode(MPI_Alltoallv(sendBuffer(sendbuf), sendcounts, sdispls, types.get(sendtype),
+                                     recvbuf, recvcounts, rdispls, types.get(recvtype),
+                                     comms.get(comm)));
     });
 }
 
@@ -146,8 +143,8 @@ int Exscan(const void* sendbuf, void* recvbuf, int count, int datatype, int op, 
     return reduction(&MPI_Exscan, sendbuf, recvbuf, count, datatype, op, comm);
 }
 
-int Reduce_scatter(const void* sendbuf, void* recvbuf, const int* recvcounts, int datatype,
-                   int op, int comm) {
+int Reduce_scatter(const void* sendbuf, void* recvbuf, const int* recvcounts, int datatype, int op,
+                   int comm) {
     return guarded([&] {
         const OpEntry entry = ops.get(op);
         const MPI_Datatype nativeType = types.get(datatype);

@@ -61,9 +61,8 @@ int Comm_split(int comm, int color, int key, int* newcomm) {
     return guarded([&] {
         const MPI_Comm native = comms.get(comm);
         const int nativeColor = special::undefinedToNative(color);
-        return createComm(newcomm, [&](MPI_Comm* out) {
-            return MPI_Comm_split(native, nativeColor, key, out);
-        });
+        return createComm(
+            newcomm, [&](MPI_Comm* out) { return MPI_Comm_split(native, nativeColor, key, out); });
     });
 }
 
@@ -82,9 +81,8 @@ int Comm_create(int comm, int group, int* newcomm) {
     return guarded([&] {
         const MPI_Comm native = comms.get(comm);
         const MPI_Group nativeGroup = groups.get(group);
-        return createComm(newcomm, [&](MPI_Comm* out) {
-            return MPI_Comm_create(native, nativeGroup, out);
-        });
+        return createComm(newcomm,
+                          [&](MPI_Comm* out) { return MPI_Comm_create(native, nativeGroup, out); });
     });
 }
 
@@ -131,18 +129,16 @@ int Comm_get_attr(int comm, int keyval, void* attribute_val, int* flag) {
 int Group_incl(int group, int n, const int* ranks, int* newgroup) {
     return guarded([&] {
         const MPI_Group native = groups.get(group);
-        return createGroup(newgroup, [&](MPI_Group* out) {
-            return MPI_Group_incl(native, n, ranks, out);
-        });
+        return createGroup(newgroup,
+                           [&](MPI_Group* out) { return MPI_Group_incl(native, n, ranks, out); });
     });
 }
 
 int Group_excl(int group, int n, const int* ranks, int* newgroup) {
     return guarded([&] {
         const MPI_Group native = groups.get(group);
-        return createGroup(newgroup, [&](MPI_Group* out) {
-            return MPI_Group_excl(native, n, ranks, out);
-        });
+        return createGroup(newgroup,
+                           [&](MPI_Group* out) { return MPI_Group_excl(native, n, ranks, out); });
     });
 }
 

@@ -36,8 +36,7 @@ extern "C" __attribute__((visibility("default"))) const MpiDriverTable* TolmMpiD
     return &table;
 }
 
-extern "C" __attribute__((visibility("default"))) const MpioDriverTable*
-TolmMpiDriver_mpioTable() {
+extern "C" __attribute__((visibility("default"))) const MpioDriverTable* TolmMpiDriver_mpioTable() {
     static const MpioDriverTable table = makeMpioTable();
     return &table;
 }

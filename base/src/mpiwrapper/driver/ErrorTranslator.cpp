@@ -79,7 +79,6 @@ ErrorTranslator::ErrorTranslator() {
     qmxClassOfNative_.fill(QMX_MPI_ERR_UNKNOWN);
     nativeClassOfQmx_.fill(MPI_ERR_UNKNOWN);
     for (const auto& [native, qmx] : classPairs) {
-        static_assert(sizeof(native) == sizeof(int));
         qmxClassOfNative_[static_cast<std::size_t>(native)] = qmx;
         nativeClassOfQmx_[static_cast<std::size_t>(qmx)] = native;
     }

@@ -13,7 +13,7 @@
 namespace tolm::mpidriver {
 
 class ErrorTranslator {
-public:
+  public:
     ErrorTranslator();
 
     // The wrapper code of a native return code; needs a running MPI unless code is success.
@@ -26,7 +26,7 @@ public:
     // The native code to ask MPI about for a wrapper code below 0x40000000, or -1 if none.
     int toNative(int qmxCode) const;
 
-private:
+  private:
     struct Remembered {
         std::uint32_t reference;
         int nativeCode;
@@ -45,6 +45,8 @@ private:
 extern ErrorTranslator errors;
 
 // Shorthand used by every driver function.
-inline int qmxCode(int nativeCode) { return errors.toQmx(nativeCode); }
+inline int qmxCode(int nativeCode) {
+    return errors.toQmx(nativeCode);
+}
 
 }  // namespace tolm::mpidriver

@@ -14,11 +14,10 @@ auto& files = handles.files;
 auto& types = handles.types;
 
 using NativeReadAt = int (*)(MPI_File, MPI_Offset, void*, int, MPI_Datatype, MPI_Status*);
-using NativeWriteAt = int (*)(MPI_File, MPI_Offset, const void*, int, MPI_Datatype,
-                              MPI_Status*);
+using NativeWriteAt = int (*)(MPI_File, MPI_Offset, const void*, int, MPI_Datatype, MPI_Status*);
 
-int readAt(NativeReadAt mpiRead, int fh, QMX_MPI_Offset offset, void* buf, int count,
-           int datatype, QMX_MPI_Status_struct* status) {
+int readAt(NativeReadAt mpiRead, int fh, QMX_MPI_Offset offset, void* buf, int count, int datatype,
+           QMX_MPI_Status_struct* status) {
     return guarded([&] {
         SingleStatus out(status);
         return out.finish(qmxCode(mpiRead(files.get(fh), static_cast<MPI_Offset>(offset), buf,
@@ -51,9 +50,8 @@ int File_open(int comm, const char* filename, int amode, int info, int* fh) {
     return guarded([&] {
         require(filename && fh);
         MPI_File native = MPI_FILE_NULL;
-        int rc = MPI_File_open(handles.comms.get(comm), filename,
-                               special::fileModeToNative(amode), handles.infos.getOrNull(info),
-                               &native);
+        int rc = MPI_File_open(handles.comms.get(comm), filename, special::fileModeToNative(amode),
+                               handles.infos.getOrNull(info), &native);
         if (rc == MPI_SUCCESS) {
             rc = MPI_File_set_errhandler(native, MPI_ERRORS_RETURN);
         }
@@ -105,17 +103,16 @@ int File_write_at_all(int fh, QMX_MPI_Offset offset, const void* buf, int count,
 int File_read(int fh, void* buf, int count, int datatype, QMX_MPI_Status_struct* status) {
     return guarded([&] {
         SingleStatus out(status);
-        return out.finish(qmxCode(
-            MPI_File_read(files.get(fh), buf, count, types.get(datatype), out.native())));
+        return out.finish(
+            qmxCode(MPI_File_read(files.get(fh), buf, count, types.get(datatype), out.native())));
     });
 }
 
-int File_write(int fh, const void* buf, int count, int datatype,
-               QMX_MPI_Status_struct* status) {
+int File_write(int fh, const void* buf, int count, int datatype, QMX_MPI_Status_struct* status) {
     return guarded([&] {
         SingleStatus out(status);
-        return out.finish(qmxCode(
-            MPI_File_write(files.get(fh), buf, count, types.get(datatype), out.native())));
+        return out.finish(
+            qmxCode(MPI_File_write(files.get(fh), buf, count, types.get(datatype), out.native())));
     });
 }
 
@@ -151,9 +148,8 @@ int File_get_size(int fh, QMX_MPI_Offset* size) {
 }
 
 int File_set_size(int fh, QMX_MPI_Offset size) {
-    return guarded([&] {
-        return qmxCode(MPI_File_set_size(files.get(fh), static_cast<MPI_Offset>(size)));
-    });
+    return guarded(
+        [&] { return qmxCode(MPI_File_set_size(files.get(fh), static_cast<MPI_Offset>(size))); });
 }
 
 int File_sync(int fh) {

@@ -15,14 +15,16 @@ namespace tolm::mpidriver {
 
 template <class Native>
 class HandleTable {
-public:
+  public:
     HandleTable(Native null, int firstUserHandle, int invalidHandleError)
         : slots_(static_cast<std::size_t>(firstUserHandle), null),
           null_(null),
           firstUser_(firstUserHandle),
           error_(invalidHandleError) {}
 
-    void setPredefined(int handle, Native native) { slots_[static_cast<std::size_t>(handle)] = native; }
+    void setPredefined(int handle, Native native) {
+        slots_[static_cast<std::size_t>(handle)] = native;
+    }
 
     // The live object behind handle; the null handle 0 and stale handles are errors.
     Native get(int handle) const {
@@ -101,7 +103,7 @@ public:
 
     int invalidHandleError() const { return error_; }
 
-private:
+  private:
     bool inRange(int handle) const {
         return static_cast<unsigned>(handle) < static_cast<unsigned>(slots_.size());
     }

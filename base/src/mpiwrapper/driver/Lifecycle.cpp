@@ -20,8 +20,9 @@ namespace {
 
 #if defined(OPEN_MPI)
 constexpr std::string_view distributionName = "Open MPI";
-constexpr std::string_view distributionVersion = TOLM_STRINGIFY(OMPI_MAJOR_VERSION) "." TOLM_STRINGIFY(
-    OMPI_MINOR_VERSION) "." TOLM_STRINGIFY(OMPI_RELEASE_VERSION);
+constexpr std::string_view distributionVersion =
+    TOLM_STRINGIFY(OMPI_MAJOR_VERSION) "." TOLM_STRINGIFY(OMPI_MINOR_VERSION) "." TOLM_STRINGIFY(
+        OMPI_RELEASE_VERSION);
 #elif defined(MPICH)
 constexpr std::string_view distributionName = "MPICH";
 constexpr std::string_view distributionVersion = MPICH_VERSION;
@@ -164,8 +165,8 @@ int Error_string(int errorcode, char* string, int* resultlen) {
         if (native < 0 || MPI_Error_string(native, text, &length) != MPI_SUCCESS) {
             return QMX_MPI_ERR_ARG;
         }
-        return copyText(std::string_view(text, static_cast<std::size_t>(length)), string,
-                        resultlen, QMX_MPI_MAX_ERROR_STRING);
+        return copyText(std::string_view(text, static_cast<std::size_t>(length)), string, resultlen,
+                        QMX_MPI_MAX_ERROR_STRING);
     });
 }
 
@@ -204,8 +205,12 @@ int Get_processor_name(char* name, int* resultlen) {
     });
 }
 
-double Wtime() { return MPI_Wtime(); }
+double Wtime() {
+    return MPI_Wtime();
+}
 
-double Wtick() { return MPI_Wtick(); }
+double Wtick() {
+    return MPI_Wtick();
+}
 
 }  // namespace tolm::mpidriver

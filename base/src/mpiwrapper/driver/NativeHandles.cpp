@@ -62,10 +62,10 @@ void setPredefinedTypes(HandleTable<MPI_Datatype>& types) {
 
 void setPredefinedOps(HandleTable<OpEntry>& ops) {
     const std::pair<int, MPI_Op> predefined[] = {
-        {QMX_MPI_MAX, MPI_MAX},       {QMX_MPI_MIN, MPI_MIN},       {QMX_MPI_SUM, MPI_SUM},
-        {QMX_MPI_PROD, MPI_PROD},     {QMX_MPI_LAND, MPI_LAND},     {QMX_MPI_BAND, MPI_BAND},
-        {QMX_MPI_LOR, MPI_LOR},       {QMX_MPI_BOR, MPI_BOR},       {QMX_MPI_LXOR, MPI_LXOR},
-        {QMX_MPI_BXOR, MPI_BXOR},     {QMX_MPI_MINLOC, MPI_MINLOC}, {QMX_MPI_MAXLOC, MPI_MAXLOC},
+        {QMX_MPI_MAX, MPI_MAX},         {QMX_MPI_MIN, MPI_MIN},       {QMX_MPI_SUM, MPI_SUM},
+        {QMX_MPI_PROD, MPI_PROD},       {QMX_MPI_LAND, MPI_LAND},     {QMX_MPI_BAND, MPI_BAND},
+        {QMX_MPI_LOR, MPI_LOR},         {QMX_MPI_BOR, MPI_BOR},       {QMX_MPI_LXOR, MPI_LXOR},
+        {QMX_MPI_BXOR, MPI_BXOR},       {QMX_MPI_MINLOC, MPI_MINLOC}, {QMX_MPI_MAXLOC, MPI_MAXLOC},
         {QMX_MPI_REPLACE, MPI_REPLACE}, {QMX_MPI_NO_OP, MPI_NO_OP},
     };
     for (const auto& [handle, native] : predefined) {

@@ -28,8 +28,8 @@ int send(NativeSend mpiSend, const void* buf, int count, int datatype, int dest,
     });
 }
 
-int startSend(NativeStart mpiStart, const void* buf, int count, int datatype, int dest,
-              int tag, int comm, int* request) {
+int startSend(NativeStart mpiStart, const void* buf, int count, int datatype, int dest, int tag,
+              int comm, int* request) {
     return guarded([&] {
         const MPI_Datatype nativeType = types.get(datatype);
         const MPI_Comm nativeComm = comms.get(comm);
@@ -59,8 +59,7 @@ int Issend(const void* buf, int count, int datatype, int dest, int tag, int comm
     return startSend(&MPI_Issend, buf, count, datatype, dest, tag, comm, request);
 }
 
-int Send_init(const void* buf, int count, int datatype, int dest, int tag, int comm,
-              int* request) {
+int Send_init(const void* buf, int count, int datatype, int dest, int tag, int comm, int* request) {
     return startSend(&MPI_Send_init, buf, count, datatype, dest, tag, comm, request);
 }
 
@@ -91,14 +90,14 @@ int Recv_init(void* buf, int count, int datatype, int source, int tag, int comm,
         const MPI_Comm nativeComm = comms.get(comm);
         const int nativeSource = rankToNative(source);
         return newRequest(request, [&](MPI_Request* native) {
-            return MPI_Recv_init(buf, count, nativeType, nativeSource, tagToNative(tag),
-                                 nativeComm, native);
+            return MPI_Recv_init(buf, count, nativeType, nativeSource, tagToNative(tag), nativeComm,
+                                 native);
         });
     });
 }
 
-int Sendrecv(const void* sendbuf, int sendcount, int sendtype, int dest, int sendtag,
-             void* recvbuf, int recvcount, int recvtype, int source, int recvtag, int comm,
+int Sendrecv(const void* sendbuf, int sendcount, int sendtype, int dest, int sendtag, void* recvbuf,
+             int recvcount, int recvtype, int source, int recvtag, int comm,
              QMX_MPI_Status_struct* status) {
     return guarded([&] {
         SingleStatus out(status);
@@ -121,8 +120,8 @@ int Iprobe(int source, int tag, int comm, int* flag, QMX_MPI_Status_struct* stat
     return guarded([&] {
         require(flag != nullptr);
         SingleStatus out(status);
-        const int code = qmxCode(MPI_Iprobe(rankToNative(source), tagToNative(tag),
-                                            comms.get(comm), flag, out.native()));
+        const int code = qmxCode(MPI_Iprobe(rankToNative(source), tagToNative(tag), comms.get(comm),
+                                            flag, out.native()));
         return out.finish(code, code == QMX_MPI_SUCCESS && *flag);
     });
 }

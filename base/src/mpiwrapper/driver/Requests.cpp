@@ -113,8 +113,7 @@ int Waitany(int count, int* requestsInOut, int* index, QMX_MPI_Status_struct* st
     return guarded([&] { return completeAny(count, requestsInOut, index, status, nullptr); });
 }
 
-int Testany(int count, int* requestsInOut, int* index, int* flag,
-            QMX_MPI_Status_struct* status) {
+int Testany(int count, int* requestsInOut, int* index, int* flag, QMX_MPI_Status_struct* status) {
     return guarded([&] {
         require(flag != nullptr);
         return completeAny(count, requestsInOut, index, status, flag);

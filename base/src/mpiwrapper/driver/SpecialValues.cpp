@@ -60,10 +60,8 @@ int whenceToNative(int whence) {
 
 int windowAssertionToNative(int assertion) {
     const std::pair<int, int> modes[] = {
-        {QMX_MPI_MODE_NOCHECK, MPI_MODE_NOCHECK},
-        {QMX_MPI_MODE_NOSTORE, MPI_MODE_NOSTORE},
-        {QMX_MPI_MODE_NOPUT, MPI_MODE_NOPUT},
-        {QMX_MPI_MODE_NOPRECEDE, MPI_MODE_NOPRECEDE},
+        {QMX_MPI_MODE_NOCHECK, MPI_MODE_NOCHECK},     {QMX_MPI_MODE_NOSTORE, MPI_MODE_NOSTORE},
+        {QMX_MPI_MODE_NOPUT, MPI_MODE_NOPUT},         {QMX_MPI_MODE_NOPRECEDE, MPI_MODE_NOPRECEDE},
         {QMX_MPI_MODE_NOSUCCEED, MPI_MODE_NOSUCCEED},
     };
     return translateBits(assertion, modes, QMX_MPI_ERR_ASSERT);

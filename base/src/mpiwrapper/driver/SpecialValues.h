@@ -36,18 +36,26 @@ inline int rankToQmx(int rank) {
     return rank == MPI_UNDEFINED ? QMX_MPI_UNDEFINED : rank;
 }
 
-inline int tagToNative(int tag) { return tag == QMX_MPI_ANY_TAG ? MPI_ANY_TAG : tag; }
-inline int tagToQmx(int tag) { return tag == MPI_ANY_TAG ? QMX_MPI_ANY_TAG : tag; }
+inline int tagToNative(int tag) {
+    return tag == QMX_MPI_ANY_TAG ? MPI_ANY_TAG : tag;
+}
+inline int tagToQmx(int tag) {
+    return tag == MPI_ANY_TAG ? QMX_MPI_ANY_TAG : tag;
+}
 
 inline int undefinedToNative(int value) {
     return value == QMX_MPI_UNDEFINED ? MPI_UNDEFINED : value;
 }
-inline int undefinedToQmx(int value) { return value == MPI_UNDEFINED ? QMX_MPI_UNDEFINED : value; }
+inline int undefinedToQmx(int value) {
+    return value == MPI_UNDEFINED ? QMX_MPI_UNDEFINED : value;
+}
 
 inline const void* sendBuffer(const void* buffer) {
     return buffer == QMX_MPI_IN_PLACE ? MPI_IN_PLACE : buffer;
 }
-inline void* recvBuffer(void* buffer) { return buffer == QMX_MPI_IN_PLACE ? MPI_IN_PLACE : buffer; }
+inline void* recvBuffer(void* buffer) {
+    return buffer == QMX_MPI_IN_PLACE ? MPI_IN_PLACE : buffer;
+}
 
 int fileModeToNative(int amode);
 int whenceToNative(int whence);

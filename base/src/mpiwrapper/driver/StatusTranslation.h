@@ -18,7 +18,8 @@ inline std::int64_t receivedBytes(const MPI_Status& status) {
 #if defined(OPEN_MPI)
     return static_cast<std::int64_t>(status._ucount);
 #elif defined(MPICH)
-    const auto high = static_cast<std::uint64_t>(static_cast<unsigned>(status.count_hi_and_cancelled) >> 1);
+    const auto high =
+        static_cast<std::uint64_t>(static_cast<unsigned>(status.count_hi_and_cancelled) >> 1);
     return static_cast<std::int64_t>((high << 32) + static_cast<unsigned>(status.count_lo));
 #else
     MPI_Count bytes = 0;
@@ -63,7 +64,7 @@ inline MPI_Status toNative(const QMX_MPI_Status_struct& status) {
 // The native status of an MPI call that completes one operation, for a caller's status that
 // may be QMX_MPI_STATUS_IGNORE. finish() stores the call's result code in the error field.
 class SingleStatus {
-public:
+  public:
     explicit SingleStatus(QMX_MPI_Status_struct* out) : out_(out) {}
 
     MPI_Status* native() { return out_ ? &native_ : MPI_STATUS_IGNORE; }
@@ -75,7 +76,7 @@ public:
         return code;
     }
 
-private:
+  private:
     QMX_MPI_Status_struct* out_;
     MPI_Status native_{};
 };

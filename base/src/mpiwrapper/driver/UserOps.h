@@ -19,13 +19,13 @@ void userOpTrampoline(void* in, void* inout, int* len, MPI_Datatype* datatype);
 // Makes op the active user operation, and datatype the wrapper handle of the reduced type,
 // until destroyed; does nothing for a predefined operation.
 class ActiveUserOp {
-public:
+  public:
     ActiveUserOp(const OpEntry& op, int datatype);
     ~ActiveUserOp();
     ActiveUserOp(const ActiveUserOp&) = delete;
     ActiveUserOp& operator=(const ActiveUserOp&) = delete;
 
-private:
+  private:
     bool active_;
 };
 

@@ -33,8 +33,8 @@ int Win_shared_query(int win, int rank, QMX_MPI_Aint* size, int* disp_unit, void
     return guarded([&] {
         require(size && disp_unit && baseptr);
         MPI_Aint nativeSize = 0;
-        const int rc = MPI_Win_shared_query(wins.get(win), special::rankToNative(rank),
-                                            &nativeSize, disp_unit, baseptr);
+        const int rc = MPI_Win_shared_query(wins.get(win), special::rankToNative(rank), &nativeSize,
+                                            disp_unit, baseptr);
         *size = nativeSize;
         return qmxCode(rc);
     });

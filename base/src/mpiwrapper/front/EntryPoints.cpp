@@ -36,9 +36,13 @@ int QMX_MPI_Initialize(void* handle) {
     return QMX_MPI_SUCCESS;
 }
 
-int QMX_MPIO_Initialize(void* handle) { return wrapperstate::loadMpioDriver(handle); }
+int QMX_MPIO_Initialize(void* handle) {
+    return wrapperstate::loadMpioDriver(handle);
+}
 
-std::uint64_t QMX_MPI_Get_max_buffer_size(void) { return maxBufferSize; }
+std::uint64_t QMX_MPI_Get_max_buffer_size(void) {
+    return maxBufferSize;
+}
 
 int QMX_MPI_disable_cpu_bind_collision_test(int* flag) {
     if (!flag) {
@@ -78,8 +82,7 @@ int QMX_MPI_Error_class(int errorcode, int* errorclass) {
     if (!errorclass || !errorcode::isValid(errorcode)) {
         return QMX_MPI_ERR_ARG;
     }
-    *errorclass =
-        errorcode::isWrapperCode(errorcode) ? errorcode : errorcode::classOf(errorcode);
+    *errorclass = errorcode::isWrapperCode(errorcode) ? errorcode : errorcode::classOf(errorcode);
     return QMX_MPI_SUCCESS;
 }
 

@@ -13,8 +13,8 @@ namespace {
 std::string problem;
 
 bool refuse(const char* variable, std::string_view value, const char* expected) {
-    problem = std::string(variable) + "=\"" + std::string(value) + "\" is invalid: expected " +
-              expected;
+    problem =
+        std::string(variable) + "=\"" + std::string(value) + "\" is invalid: expected " + expected;
     return false;
 }
 
@@ -49,6 +49,8 @@ bool readCpuBindCollisionTestDisabled(int& flag) {
     return true;
 }
 
-const std::string& lastProblem() { return problem; }
+const std::string& lastProblem() {
+    return problem;
+}
 
 }  // namespace tolm::mpiwrapper::environment

@@ -3,9 +3,13 @@
 #include "mpiwrapper/front/WrapperState.h"
 
 #define TOLM_QMX_FORWARD_MPI(ret, name, params, args) \
-    ret QMX_MPI_##name params { return tolm::mpiwrapper::liveMpi.name args; }
+    ret QMX_MPI_##name params {                       \
+        return tolm::mpiwrapper::liveMpi.name args;   \
+    }
 #define TOLM_QMX_FORWARD_MPIO(ret, name, params, args) \
-    ret QMX_MPI_##name params { return tolm::mpiwrapper::liveMpio.name args; }
+    ret QMX_MPI_##name params {                        \
+        return tolm::mpiwrapper::liveMpio.name args;   \
+    }
 
 QMX_MPI_ANYTIME_FUNCTIONS(TOLM_QMX_FORWARD_MPI)
 QMX_MPI_RUNNING_FUNCTIONS(TOLM_QMX_FORWARD_MPI)

@@ -11,9 +11,10 @@ namespace {
 enum class MpiPhase { NotStarted, Running, Finalized };
 
 // Entry by entry: the driver's function, or a refusal returning Code.
-#define TOLM_REFUSE(ret, name, params, args) table.name = &Refusal<Code, decltype(table.name)>::call;
-#define TOLM_TAKE(ret, name, params, args)                                                    \
-    table.name = driver.name ? driver.name                                                   \
+#define TOLM_REFUSE(ret, name, params, args) \
+    table.name = &Refusal<Code, decltype(table.name)>::call;
+#define TOLM_TAKE(ret, name, params, args) \
+    table.name = driver.name ? driver.name \
                              : &Refusal<QMX_MPI_ERR_NOT_SUPPORTED, decltype(table.name)>::call;
 
 template <int Code>
@@ -87,8 +88,7 @@ MpiPhase phaseOf(const MpiDriverTable& driver) {
     if (driver.Finalized && driver.Finalized(&finalized) == QMX_MPI_SUCCESS && finalized) {
         return MpiPhase::Finalized;
     }
-    if (driver.Initialized && driver.Initialized(&initialized) == QMX_MPI_SUCCESS &&
-        initialized) {
+    if (driver.Initialized && driver.Initialized(&initialized) == QMX_MPI_SUCCESS && initialized) {
         return MpiPhase::Running;
     }
     return MpiPhase::NotStarted;
@@ -142,7 +142,9 @@ int loadMpioDriver(void* handle) {
     return QMX_MPI_SUCCESS;
 }
 
-const MpiDriverTable* mpiDriver() { return mpiTable; }
+const MpiDriverTable* mpiDriver() {
+    return mpiTable;
+}
 
 void mpiStarted() {
     phase = MpiPhase::Running;
@@ -154,7 +156,9 @@ void mpiFinalized() {
     recompose();
 }
 
-bool mpiRunning() { return phase == MpiPhase::Running; }
+bool mpiRunning() {
+    return phase == MpiPhase::Running;
+}
 
 }  // namespace wrapperstate
 }  // namespace tolm::mpiwrapper

@@ -1,0 +1,31 @@
+#pragma once
+#include <string>
+
+namespace tolm {
+
+class CommandController;
+
+// Whoever holds one may run the collective floating-point check of a command.
+class AssertNoFpeAccessKey {
+    AssertNoFpeAccessKey() = default;
+    friend class CommandController;
+    friend class FpeCheckAccess;  // the tests' way in
+};
+
+// The processor's floating-point status flags (division by zero, invalid operation,
+// overflow) read and recorded at fixed points. Nothing is read while an isolated context is
+// active or while floating-point signals are caught (the trap has ended the process already).
+class GlobalFloatingPointExceptionStatus {
+public:
+    // Logs the status with `context` (or with "the specific cause cannot be identified") and
+    // clears it, when it is not clear.
+    static void TestAndSaveLocalContext(const char* context);
+    static void TestAndSaveLocalContext(const std::string& context);
+    // Logs an uncleared status, then makes the collective decision.
+    static void AssertNoException(AssertNoFpeAccessKey key);
+
+private:
+    static bool statusIsReadable();
+};
+
+}  // namespace tolm

@@ -1,0 +1,113 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include "ServerJobs.h"
+#include "support/InteractiveChild.h"
+
+namespace tolm {
+namespace {
+
+using test::InteractiveChild;
+using test::Job;
+using test::responses;
+
+class CommandFaults : public testing::TestWithParam<Job> {
+  protected:
+    test::ChildResult run(const std::string& batch) { return test::runJob(GetParam(), {}, batch); }
+};
+
+std::string jobName(const testing::TestParamInfo<Job>& info) {
+    return test::jobName(info.param);
+}
+
+TEST_P(CommandFaults, TheLowestFailingRankIsReportedAndTheServerGoesOn) {
+    const auto result =
+        run("{\"command\":\"Fail\",\"ranks\":[2,1]}\n"
+            "{\"command\":\"Fail\",\"ranks\":[3,0]}\n"
+            "{\"command\":\"Echo\",\"after\":true}\n");
+    EXPECT_EQ(result.exitCode, 1) << result.err;
+    const auto answers = responses(result.out);
+    ASSERT_EQ(answers.size(), 3u) << result.out;
+    EXPECT_EQ(answers[0].get<std::string>("message"), "Command failed on rank 1");
+    EXPECT_EQ(answers[0].get<int>("Rank"), 1);
+    EXPECT_EQ(answers[1].get<std::string>("message"), "Command failed on rank 0");
+    EXPECT_FALSE(answers[1].has("Rank")) << "the master's own error carries no rank";
+    EXPECT_TRUE(answers[2].get<bool>("after"));
+}
+
+TEST_P(CommandFaults, AFloatingPointExceptionOnOneRankIsReportedForAll) {
+    const auto result =
+        run("{\"command\":\"RaiseFloatingPointError\",\"rank\":3}\n"
+            "{\"command\":\"Echo\",\"after\":true}\n");
+    const auto answers = responses(result.out);
+    ASSERT_EQ(answers.size(), 2u) << result.out << result.err;
+    EXPECT_EQ(answers[0].get<std::string>("message"),
+              "A floating point error has occurred. The following error has been logged:\n"
+              "  Floating point division by zero, the specific cause cannot be identified\n"
+              "Please refer to the troubleshooting section of the User's Guide.");
+    EXPECT_FALSE(answers[0].has("Rank")) << "every rank raised it, the master too";
+    EXPECT_TRUE(answers[1].get<bool>("after"));
+}
+
+TEST_P(CommandFaults, ANonRecoverableErrorOnASlaveEndsTheJobWith32) {
+    const auto result =
+        run("{\"command\":\"Echo\"}\n"
+            "{\"command\":\"Fail\",\"ranks\":[2],\"nonRecoverable\":true}\n"
+            "{\"command\":\"Echo\",\"never\":true}\n");
+    EXPECT_EQ(result.exitCode, 32);
+    const std::string message = "Error: Command failed on rank 2\n";
+    const auto first = result.err.find(message);
+    ASSERT_NE(first, std::string::npos) << result.err;
+    EXPECT_EQ(result.err.find(message, first + 1), std::string::npos) << "printed once";
+    EXPECT_EQ(responses(result.out).size(), 1u);
+}
+
+TEST_P(CommandFaults, ANonRecoverableErrorOnAWorkerThreadEndsTheJobWith32) {
+    for (const char* rank : {"0", "3"}) {
+        const auto result = run(std::string("{\"command\":\"Fail\",\"ranks\":[") + rank +
+                                "],\"nonRecoverable\":true,\"onWorkerThread\":true}\n"
+                                "{\"command\":\"Echo\",\"never\":true}\n");
+        EXPECT_EQ(result.exitCode, 32) << "rank " << rank << result.err;
+        EXPECT_NE(result.err.find(std::string("Error: Command failed on rank ") + rank + "\n"),
+                  std::string::npos)
+            << result.err;
+        EXPECT_TRUE(responses(result.out).empty()) << result.out;
+    }
+}
+
+// Starts the job, learns the ranks' process ids, lets `prepare` put the job in the state the
+// test wants, kills rank `victim` and returns how the job ended.
+int killedJobExit(const Job& job, const std::string& before, unsigned int victim) {
+    InteractiveChild server(test::jobCommand(job, {}));
+    server.writeLine("{\"command\":\"MachineInfo\"}");
+    std::string line;
+    if (!server.readLine(line, 30))
+        return -2;
+    const auto pids = Properties(line).get<std::vector<int>>("pids");
+    if (!before.empty())
+        server.writeLine(before);
+    ::usleep(500 * 1000);  // the slaves are now idle, or inside the command's collectives
+    ::kill(pids.at(victim), SIGKILL);
+    return server.waitForExit(15);
+}
+
+TEST_P(CommandFaults, ASlaveKilledWhileIdleEndsTheJob) {
+    const int exitCode = killedJobExit(GetParam(), "", 2);
+    EXPECT_NE(exitCode, -1) << "the job still ran 15 s after a rank died";
+    EXPECT_NE(exitCode, 0);
+}
+
+TEST_P(CommandFaults, ASlaveKilledInACollectiveEndsTheJob) {
+    const int exitCode =
+        killedJobExit(GetParam(), "{\"command\":\"Sleep\",\"ranks\":[0],\"seconds\":5}", 1);
+    EXPECT_NE(exitCode, -1) << "the job still ran 15 s after a rank died";
+    EXPECT_NE(exitCode, 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(BothMpis, CommandFaults,
+                         testing::Values(Job{"openmpi4", test::openMpi, "Open MPI", 4},
+                                         Job{"mpich2", test::mpich, "MPICH", 4}),
+                         jobName);
+
+}  // namespace
+}  // namespace tolm

@@ -1,0 +1,317 @@
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+#include "CommunicatorTesting.h"
+#include "machine/CustomReductionBuffer.h"
+
+namespace tolm {
+namespace {
+
+using mpitest::CallCounter;
+using mpitest::failureOf;
+using mpitest::LoweredLimit;
+using mpitest::payload;
+using mpitest::world;
+
+unsigned int rank() {
+    return world().myRank();
+}
+unsigned int size() {
+    return world().size();
+}
+
+std::vector<int> ownBlock(unsigned int count) {
+    std::vector<int> block(count);
+    for (unsigned int i = 0; i < count; ++i)
+        block[i] = payload(rank(), i);
+    return block;
+}
+
+std::vector<int> everyBlock(unsigned int count) {
+    std::vector<int> all;
+    for (unsigned int r = 0; r < size(); ++r) {
+        for (unsigned int i = 0; i < count; ++i)
+            all.push_back(payload(r, i));
+    }
+    return all;
+}
+
+// A limit just below what `count` ints from every rank need: one halving makes it fit.
+std::uint64_t limitForcingOneSplit(unsigned int count) {
+    return std::uint64_t(count) * size() * sizeof(int) - 1;
+}
+
+TEST(Collectives, SplitGatherArrivesByteForByteAsOneCall) {
+    constexpr unsigned int count = 5;
+    const unsigned int root = size() - 1;
+    const auto block = ownBlock(count);
+    std::vector<int> gathered(rank() == root ? count * size() : 0, -1);
+    {
+        LoweredLimit limit(limitForcingOneSplit(count));
+        CallCounter counter;
+        world().gather(block.data(), count, gathered.data(), root);
+        EXPECT_EQ(counter.calls["Communicator::Gather"], 2);
+    }
+    if (rank() == root) {
+        EXPECT_EQ(gathered, everyBlock(count));
+    }
+
+    std::vector<int> unsplit(rank() == root ? count * size() : 0, -1);
+    CallCounter counter;
+    world().gather(block.data(), count, unsplit.data(), root);
+    EXPECT_EQ(counter.calls["Communicator::Gather"], 1);
+    EXPECT_EQ(unsplit, gathered);
+}
+
+TEST(Collectives, SplitAllGatherAndScatter) {
+    constexpr unsigned int count = 7;
+    LoweredLimit limit(limitForcingOneSplit(count));
+    CallCounter counter;
+    std::vector<int> all(count * size(), -1);
+    world().allGather(ownBlock(count).data(), count, all.data());
+    EXPECT_EQ(all, everyBlock(count));
+
+    const auto source = rank() == 0 ? everyBlock(count) : std::vector<int>();
+    std::vector<int> mine(count, -1);
+    world().scatter(source.data(), count, mine.data(), 0);
+    EXPECT_EQ(mine, ownBlock(count));
+    EXPECT_EQ(counter.calls["Communicator::AllGather"], 2);
+    EXPECT_EQ(counter.calls["Communicator::Scatter"], 2);
+}
+
+TEST(Collectives, OneValuePerRankGather) {
+    std::vector<double> values;
+    world().gather(double(rank()) + 0.5, values, 0);
+    if (rank() == 0) {
+        ASSERT_EQ(values.size(), size());
+        for (unsigned int r = 0; r < size(); ++r)
+            EXPECT_EQ(values[r], r + 0.5);
+    } else {
+        EXPECT_TRUE(values.empty());
+    }
+}
+
+// Rank r sends r + 2 values; blocks land in reverse rank order.
+struct UnevenBlocks {
+    Communicator::UnsignedCounts counts, displacements;
+    std::vector<int> expected;
+
+    UnevenBlocks() : counts(size()), displacements(size()) {
+        unsigned int offset = 0;
+        for (unsigned int r = size(); r-- > 0;) {
+            counts[r] = r + 2;
+            displacements[r] = offset;
+            offset += counts[r];
+        }
+        expected.assign(offset, -1);
+        for (unsigned int r = 0; r < size(); ++r) {
+            for (unsigned int i = 0; i < counts[r]; ++i)
+                expected[displacements[r] + i] = payload(r, i);
+        }
+    }
+};
+
+TEST(Collectives, SplitVectorGathersKeepTheDisplacements) {
+    const UnevenBlocks blocks;
+    const auto mine = ownBlock(rank() + 2);
+    LoweredLimit limit(blocks.expected.size() * sizeof(int) - 1);
+    CallCounter counter;
+    std::vector<int> gathered(rank() == 0 ? blocks.expected.size() : 0, -1);
+    world().gatherVector(mine.data(), rank() + 2, gathered.data(), blocks.counts,
+                         blocks.displacements, 0u);
+    if (rank() == 0) {
+        EXPECT_EQ(gathered, blocks.expected);
+    }
+
+    std::vector<int> all(blocks.expected.size(), -1);
+    world().allGatherVector(mine.data(), rank() + 2, all.data(), blocks.counts,
+                            blocks.displacements);
+    EXPECT_EQ(all, blocks.expected);
+
+    std::vector<int> scattered(rank() + 2, -1);
+    world().scatterVector(blocks.expected.data(), blocks.counts, blocks.displacements,
+                          scattered.data(), rank() + 2, 0u);
+    EXPECT_EQ(scattered, mine);
+    EXPECT_EQ(counter.calls["Communicator::GatherVector"], 2);
+    EXPECT_EQ(counter.calls["Communicator::AllGatherVector"], size() == 1 ? 0 : 2);
+    EXPECT_EQ(counter.calls["Communicator::ScatterVector"], 2);
+}
+
+TEST(Collectives, IntCountVectorFormsUseDefaultDisplacements) {
+    Communicator::IntCounts counts(size());
+    for (unsigned int r = 0; r < size(); ++r)
+        counts[r] = int(r) + 1;
+    const auto mine = ownBlock(rank() + 1);
+    std::vector<int> gathered(rank() == 0 ? size() * (size() + 1) / 2 : 0);
+    world().gatherVector(mine.data(), int(rank()) + 1, gathered.data(), counts, {}, 0u);
+    if (rank() != 0)
+        return;
+    std::vector<int> expected;
+    for (unsigned int r = 0; r < size(); ++r) {
+        for (unsigned int i = 0; i <= r; ++i)
+            expected.push_back(payload(r, i));
+    }
+    EXPECT_EQ(gathered, expected);
+}
+
+TEST(Collectives, CountArithmetic) {
+    if (size() == 3) {
+        Communicator::UnsignedCounts displacements;
+        world().getDefaultDisplacements({3, 0, 5}, displacements);
+        EXPECT_EQ(displacements, (Communicator::UnsignedCounts{0, 3, 3}));
+    }
+    const Communicator::UnsignedCounts counts(size(), 4);
+    Communicator::UnsignedCounts out{42};
+    world().addStrideLength(counts, out, 1);
+    EXPECT_EQ(out, (Communicator::UnsignedCounts{42})) << "stride 1 leaves the output alone";
+    world().addStrideLength(counts, out, 3);
+    EXPECT_EQ(out, Communicator::UnsignedCounts(size(), 12));
+    world().subtractStrideLength(out, out, 3);
+    EXPECT_EQ(out, counts);
+}
+
+TEST(Collectives, ReductionsInPlace) {
+    std::vector<long> values{long(rank()) + 1, 10 * (long(rank()) + 1)};
+    auto all = values;
+    world().allReduce(all.data(), all.size(), QMX_MPI_SUM);
+    const long n = size();
+    EXPECT_EQ(all, (std::vector<long>{n * (n + 1) / 2, 10 * n * (n + 1) / 2}));
+
+    auto reduced = values;
+    world().reduce(reduced.data(), reduced.size(), QMX_MPI_MAX, size() - 1);
+    if (rank() == size() - 1) {
+        EXPECT_EQ(reduced, (std::vector<long>{n, 10 * n}));
+    }
+
+    long prefix = long(rank()) + 1;
+    world().scan(&prefix, 1, QMX_MPI_SUM);
+    EXPECT_EQ(prefix, (long(rank()) + 1) * (long(rank()) + 2) / 2);
+
+    CallCounter counter;
+    world().reduce(values.data(), 0, QMX_MPI_SUM, 0);
+    world().allReduce(values.data(), 0, QMX_MPI_SUM);
+    EXPECT_TRUE(counter.calls.empty()) << "empty reductions make no MPI call";
+}
+
+struct Sample {
+    double value;
+    int rank;
+};
+
+int sampleType = QMX_MPI_DATATYPE_NULL;
+bool typeSeen = true;
+
+void keepLargest(void* in, void* inout, int* len, int* datatype) {
+    typeSeen = typeSeen && *datatype == sampleType;
+    auto* incoming = static_cast<Sample*>(in);
+    auto* result = static_cast<Sample*>(inout);
+    for (int i = 0; i < *len; ++i) {
+        if (incoming[i].value > result[i].value)
+            result[i] = incoming[i];
+    }
+}
+
+TEST(Collectives, UserReductionsSeeTheRecordType) {
+    Sample sample{double((rank() * 7) % size()), int(rank())};
+    Communicator::CustomReductionBuffer buffer(&sample, sizeof(Sample), 1);
+    sampleType = buffer.get().type;
+    world().allReduce(buffer, keepLargest);
+    EXPECT_EQ(sample.value, double(size() - 1));
+    EXPECT_EQ((unsigned(sample.rank) * 7) % size(), size() - 1);
+    EXPECT_TRUE(typeSeen);
+}
+
+TEST(Collectives, ReduceScatterAndItsChecks) {
+    std::vector<int> send(2 * size());
+    for (unsigned int i = 0; i < send.size(); ++i)
+        send[i] = int(i + rank());
+    std::vector<int> mine(2);
+    world().reduceScatter(send.data(), mine.data(), 2, QMX_MPI_SUM);
+    const int rankSum = int(size() * (size() - 1) / 2);
+    EXPECT_EQ(mine[0], int(size() * 2 * rank()) + rankSum);
+
+    std::vector<int> ints(3 * size());
+    std::vector<float> floats(3);
+    const ConstBufferBase<int> wrongCount(ints.data(), 3 * int(size()) - 1, QMX_MPI_INT, 4);
+    const BufferBase<int> recvInts{ints.data(), 3, QMX_MPI_INT, 4};
+    EXPECT_EQ(failureOf([&] { world().reduceScatter(wrongCount, recvInts, QMX_MPI_SUM); }),
+              "Communicator::reduceScatter : mismatched counts | "
+              "sendbuf.size == SizeType(size())*recvbuf.size");
+    const BufferBase<int> recvFloats{floats.data(), 3, QMX_MPI_FLOAT, 4};
+    EXPECT_EQ(failureOf([&] { world().reduceScatter(wrongCount, recvFloats, QMX_MPI_SUM); }),
+              "Communicator::reduceScatter : mismatched types | sendbuf.type == recvbuf.type");
+}
+
+TEST(Collectives, GatherRefusesMismatchedTypes) {
+    int value = 0;
+    float received[8] = {};
+    EXPECT_EQ(failureOf([&] {
+                  world().gather(ConstBufferBase<unsigned int>(&value, 1, QMX_MPI_INT, 4),
+                                 BufferBase<unsigned int>{received, 1, QMX_MPI_FLOAT, 4}, 0);
+              }),
+              "Communicator::gather : Mismatch in gather types | sendbuf.type == recvbuf.type");
+}
+
+TEST(Collectives, AllToAllExchangesRankDependentBlocks) {
+    std::vector<int> send(size()), recv(size(), -1);
+    for (unsigned int r = 0; r < size(); ++r)
+        send[r] = payload(rank(), r);
+    world().allToAll(send.data(), 1, recv.data());
+    for (unsigned int r = 0; r < size(); ++r)
+        EXPECT_EQ(recv[r], payload(r, rank()));
+
+    Communicator::IntCounts ones(size(), 1), displs(size());
+    std::iota(displs.begin(), displs.end(), 0);
+    std::vector<int> recvVector(size(), -1);
+    world().allToAllVector(send.data(), ones, displs, recvVector.data(), ones, displs);
+    EXPECT_EQ(recvVector, recv);
+}
+
+TEST(Collectives, SetsAreUnitedAndRecordsGatheredInRankOrder) {
+    std::set<std::string> mine{"common", "rank " + std::to_string(rank())};
+    std::set<std::string> all;
+    world().allGather(mine, all);
+    EXPECT_EQ(all.size(), size() + 1);
+    EXPECT_TRUE(all.contains("common"));
+    EXPECT_TRUE(all.contains("rank " + std::to_string(size() - 1)));
+
+    Properties record;
+    record.set("rank", rank());
+    std::vector<Properties> records;
+    world().gather(record, records);
+    if (rank() != 0) {
+        EXPECT_TRUE(records.empty());
+        return;
+    }
+    ASSERT_EQ(records.size(), size());
+    for (unsigned int r = 0; r < size(); ++r)
+        EXPECT_EQ(records[r].get<unsigned>("rank"), r);
+}
+
+TEST(Collectives, OversizedTotalsAndElementsAreRefused) {
+    {
+        LoweredLimit limit(4);
+        double value = 1.0;
+        std::vector<double> all(size());
+        EXPECT_NE(failureOf([&] {
+                      world().allGather(&value, 1, all.data());
+                  }).find("An oversized communication message has been detected.\n"),
+                  std::string::npos);
+    }
+    if (size() < 2)
+        return;
+    Communicator::UnsignedCounts counts(size(), 0);
+    counts[0] = 4294967295u;
+    counts[1] = 1;
+    char none = 0;
+    EXPECT_EQ(failureOf([&] { world().allGatherVector(&none, 0, &none, counts, {}); }),
+              "An oversized communication message has been detected.\n"
+              "Message count = 4294967296\n"
+              "Max count = 4294967295.\n"
+              "Oversized messages may imply too few parallel processes are being used. | "
+              "total <= 4294967295");
+}
+
+}  // namespace
+}  // namespace tolm

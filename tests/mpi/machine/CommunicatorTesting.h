@@ -1,0 +1,64 @@
+#pragma once
+// Helpers of the communicator tests: a call counter and a lowered message limit.
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <map>
+#include <string>
+
+#include "machine/Communicator.h"
+#include "machine/Machine.h"
+#include "neo/InternalError.h"
+
+namespace tolm::mpitest {
+
+inline Communicator& world() {
+    return *Machine::globalCommunicator();
+}
+
+// Counts the MPI calls of each operation, and the bytes they carried.
+class CallCounter : public Communicator::StatisticsRecorder {
+  public:
+    CallCounter() { Communicator::setStatisticsRecorder(this); }
+    ~CallCounter() override { Communicator::setStatisticsRecorder(nullptr); }
+    void open(const char* operation, std::uint64_t bytes) override {
+        ++calls[operation];
+        this->bytes[operation] += bytes;
+    }
+    void close(int) override {}
+
+    std::map<std::string, int> calls;
+    std::map<std::string, std::uint64_t> bytes;
+};
+
+// Lowers the global communicator's message limit for one test.
+class LoweredLimit {
+  public:
+    explicit LoweredLimit(std::uint64_t limit) : _saved(world().getMaxBufferSize()) { set(limit); }
+    ~LoweredLimit() { set(_saved); }
+
+  private:
+    static void set(std::uint64_t limit) {
+        testing::internal::CaptureStdout();  // the change is announced on standard output
+        world().setMaxBufferSize(limit);
+        testing::internal::GetCapturedStdout();
+    }
+    std::uint64_t _saved;
+};
+
+// "message | condition" of the InternalError that `action` raises.
+inline std::string failureOf(const std::function<void()>& action) {
+    try {
+        action();
+    } catch (const InternalError& error) {
+        return error.what() + std::string(" | ") + error.getCondition();
+    }
+    return "no failure";
+}
+
+// A value that names the rank that made it and its position.
+inline int payload(unsigned int rank, unsigned int index) {
+    return int(rank * 1000 + index);
+}
+
+}  // namespace tolm::mpitest
