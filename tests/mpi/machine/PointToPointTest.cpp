@@ -8,19 +8,18 @@
 #include <thread>
 #include <vector>
 
-#include "machine/Communicator.h"
-#include "machine/Machine.h"
+#include "CommunicatorTesting.h"
 #include "machine/PersistentRequestStack.h"
 #include "machine/RequestStack.h"
 #include "machine/SerialCritical.h"
-#include "neo/InternalError.h"
 
 namespace tolm {
 namespace {
 
-Communicator& world() {
-    return *Machine::globalCommunicator();
-}
+using mpitest::CallCounter;
+using mpitest::failureOf;
+using mpitest::world;
+
 unsigned int rank() {
     return world().myRank();
 }
@@ -51,30 +50,6 @@ std::vector<double> payloadOf(unsigned int r) {
         values[i] = r * 1000.0 + double(i);
     return values;
 }
-
-std::string failureOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const InternalError& error) {
-        return error.what() + std::string(" | ") + error.getCondition();
-    }
-    return "no failure";
-}
-
-// Counts the MPI calls and bytes of each operation.
-class CallCounter : public Communicator::StatisticsRecorder {
-  public:
-    CallCounter() { Communicator::setStatisticsRecorder(this); }
-    ~CallCounter() override { Communicator::setStatisticsRecorder(nullptr); }
-    void open(const char* operation, std::uint64_t bytes) override {
-        ++calls[operation];
-        this->bytes[operation] += bytes;
-    }
-    void close(int) override {}
-
-    std::map<std::string, int> calls;
-    std::map<std::string, std::uint64_t> bytes;
-};
 
 const char* const sendToSelf = "Cannot send to self | dest!=_myRank";
 const char* const recvFromSelf = "Cannot recv from self | source!=_myRank";

@@ -3,17 +3,15 @@
 #include <cmath>
 #include <thread>
 
-#include "machine/Communicator.h"
-#include "machine/Machine.h"
+#include "CommunicatorTesting.h"
 #include "machine/MpiWallTimer.h"
 #include "machine/Timer.h"
 
 namespace tolm {
 namespace {
 
-Communicator& world() {
-    return *Machine::globalCommunicator();
-}
+using mpitest::world;
+
 double rank() {
     return double(world().myRank());
 }
