@@ -143,6 +143,9 @@ void CommandController::scatterCommand(Properties& command) const {
     const EventTracker::Track track("CommandController", "scatterCommand");
     Communicator& global = *Machine::globalCommunicator();
     std::string text = Machine::isMaster() ? command.toString() : std::string();
+    // Idle slaves wait here between commands: asleep after a second, not spinning.
+    if (!_spinWait)
+        global.noSpinSynchronise(1.0);
     unsigned int length = MessageLimits::toUnsigned(text.size());
     global.broadcast(length, Communicator::masterRank());
     text.resize(length);

@@ -122,7 +122,7 @@ void Communicator::synchronise() {
     communicate("Communicator::Synchronise", 0, -1, [&] { return QMX_MPI_Barrier(_handle); });
 }
 
-void Communicator::checkSerialCriticalLock() {
+void Communicator::reportLockedOut() {
     if (Machine::getSerialCriticalLock() != 0) {
         throw InternalError("Parallel is explicitly locked", "! _serialCriticalLock", __FILE__,
                             __LINE__);

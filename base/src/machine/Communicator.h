@@ -10,9 +10,13 @@
 
 #include "machine/CommunicatorBuffers.h"
 #include "machine/ExitStatus.h"
+#include "machine/FieldLoopState.h"
+#include "machine/Machine.h"
 #include "machine/MessageLimits.h"
 #include "machine/MpiCore.h"
+#include "neo/Controller.h"
 #include "neo/Properties.h"
+#include "platform/Thread.h"
 
 namespace tolm {
 
@@ -365,14 +369,22 @@ class Communicator {
     void subtractStrideLength(const UnsignedCounts& counts, UnsignedCounts& out,
                               unsigned int stride) const;
 
-    // Raises when communicating is not allowed here (see the class comment).
-    static void checkSerialCriticalLock();
+    // Raises when communicating is not allowed here (see the class comment). Inline: every
+    // operation asks, and the answer is nearly always that all is well.
+    static void checkSerialCriticalLock() {
+        if (Machine::getSerialCriticalLock() == 0 && Machine::getPerformanceCriticalLock() == 0 &&
+            !Controller::isSerialCritical() && !FieldLoopState::busy() && Thread::isMain()) {
+            return;
+        }
+        reportLockedOut();
+    }
 
     static const char* _oversizedMessageString;
     static const char* _oversizedMessageHint;
 
   private:
     explicit Communicator(const int& handle);
+    static void reportLockedOut();
 
     void broadcastBuffer(const BufferBase<unsigned int>& buffer, unsigned int root);
     // Pieces of split gathers: `count` elements per rank from element `offset` of each rank's

@@ -21,19 +21,11 @@ std::string MpiCore::errorString(int err) {
     return std::string(buffer, std::size_t(std::clamp(length, 0, bufferSize)));
 }
 
-void MpiCore::handleError(const int& err) {
-    if (err == QMX_MPI_SUCCESS)
-        return;
+void MpiCore::throwError(int err) {
     throw NonRecoverableError("MPI Error : " + errorString(err));
 }
 
-void MpiCore::handleError(const int& err, const QMX_MPI_Status_struct& status) {
-    handleError(err, std::vector<QMX_MPI_Status_struct>{status});
-}
-
-void MpiCore::handleError(const int& err, const std::vector<QMX_MPI_Status_struct>& statuses) {
-    if (err == QMX_MPI_SUCCESS)
-        return;
+void MpiCore::throwError(int err, const std::vector<QMX_MPI_Status_struct>& statuses) {
     std::string text = "MPI Errors[" + std::to_string(err) + "] :";
     if (err == QMX_MPI_ERR_IN_STATUS) {
         for (std::size_t i = 0; i < statuses.size(); ++i) {

@@ -20,9 +20,19 @@ class MpiCore {
     class DerivedDatatype;
     class MpiWallTimer;
 
-    static void handleError(const int& err);
-    static void handleError(const int& err, const QMX_MPI_Status_struct& status);
-    static void handleError(const int& err, const std::vector<QMX_MPI_Status_struct>& statuses);
+    // Inline, so that a successful call costs one comparison.
+    static void handleError(const int& err) {
+        if (err != QMX_MPI_SUCCESS)
+            throwError(err);
+    }
+    static void handleError(const int& err, const QMX_MPI_Status_struct& status) {
+        if (err != QMX_MPI_SUCCESS)
+            throwError(err, std::vector<QMX_MPI_Status_struct>{status});
+    }
+    static void handleError(const int& err, const std::vector<QMX_MPI_Status_struct>& statuses) {
+        if (err != QMX_MPI_SUCCESS)
+            throwError(err, statuses);
+    }
     // The wrapper's text for an error code.
     static std::string errorString(int err);
 
@@ -41,6 +51,10 @@ class MpiCore {
     static void setMpiVersionName(const std::string& name) { _mpiVersionName = name; }
 
   private:
+    [[noreturn]] static void throwError(int err);
+    [[noreturn]] static void throwError(int err,
+                                        const std::vector<QMX_MPI_Status_struct>& statuses);
+
     static std::string _distribName;
     static std::string _mpiVersionName;
     static TypedSubject<> _onFinalizationObservable;

@@ -1,10 +1,30 @@
 #include "machine/RequestStack.h"
 
+#include <array>
 #include <cstdio>
 
 #include "neo/InternalError.h"
 
 namespace tolm {
+namespace {
+
+// Statuses of a few requests live on the stack: waits on small stacks allocate nothing.
+class StatusBuffer {
+  public:
+    explicit StatusBuffer(std::size_t count) : _count(count) {
+        if (count > _local.size())
+            _heap.resize(count);
+    }
+    QMX_MPI_Status_struct* data() { return _heap.empty() ? _local.data() : _heap.data(); }
+    std::vector<QMX_MPI_Status_struct> copy() { return {data(), data() + _count}; }
+
+  private:
+    std::size_t _count;
+    std::array<QMX_MPI_Status_struct, 8> _local{};
+    std::vector<QMX_MPI_Status_struct> _heap;
+};
+
+}  // namespace
 
 MpiCore::RequestStack::RequestStack(int& request) : _requests{request} {
     request = QMX_MPI_REQUEST_NULL;
@@ -50,11 +70,14 @@ int MpiCore::RequestStack::pop() {
 void MpiCore::RequestStack::wait() {
     if (_requests.empty())
         return;
-    std::vector<QMX_MPI_Status_struct> statuses(_requests.size());
     if (_requests.size() == 1) {
-        handleError(QMX_MPI_Wait(&_requests[0], &statuses[0]), statuses);
+        QMX_MPI_Status_struct status{};
+        handleError(QMX_MPI_Wait(&_requests[0], &status), status);
     } else {
-        handleError(QMX_MPI_Waitall(count(), _requests.data(), statuses.data()), statuses);
+        StatusBuffer statuses(_requests.size());
+        const int err = QMX_MPI_Waitall(count(), _requests.data(), statuses.data());
+        if (err != QMX_MPI_SUCCESS)
+            handleError(err, statuses.copy());
     }
     dropCompleted();
 }
@@ -84,11 +107,14 @@ bool MpiCore::RequestStack::test() {
     if (_requests.empty())
         return true;
     int flag = 0;
-    std::vector<QMX_MPI_Status_struct> statuses(_requests.size());
     if (_requests.size() == 1) {
-        handleError(QMX_MPI_Test(&_requests[0], &flag, &statuses[0]), statuses);
+        QMX_MPI_Status_struct status{};
+        handleError(QMX_MPI_Test(&_requests[0], &flag, &status), status);
     } else {
-        handleError(QMX_MPI_Testall(count(), _requests.data(), &flag, statuses.data()), statuses);
+        StatusBuffer statuses(_requests.size());
+        const int err = QMX_MPI_Testall(count(), _requests.data(), &flag, statuses.data());
+        if (err != QMX_MPI_SUCCESS)
+            handleError(err, statuses.copy());
     }
     if (!flag)
         return false;

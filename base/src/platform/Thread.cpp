@@ -5,10 +5,6 @@
 namespace tolm {
 namespace {
 
-// Captured while the library's static objects are built, which happens on the main thread
-// when the executable starts (the library is linked, never loaded from a worker thread).
-const std::thread::id mainThreadId = std::this_thread::get_id();
-
 Thread::UncaughtHandler& uncaughtHandler() {
     static Thread::UncaughtHandler handler;
     return handler;
@@ -44,10 +40,6 @@ void Thread::start(std::function<void()> body) {
 void Thread::join() {
     if (_thread.joinable() && _thread.get_id() != std::this_thread::get_id())
         _thread.join();
-}
-
-bool Thread::isMain() {
-    return std::this_thread::get_id() == mainThreadId;
 }
 
 }  // namespace tolm

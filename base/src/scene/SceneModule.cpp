@@ -2,9 +2,11 @@
 #include "neo/Controller.h"
 #include "scene/FaultCommands.h"
 #include "scene/SceneCommands.h"
+#include "scene/SolveCommand.h"
 
 extern "C" void tolmModuleInitialize() {
     tolm::Controller& controller = tolm::Controller::getSingleton();
     tolm::registerSceneCommands(controller);
     tolm::registerFaultCommands(controller);
+    tolm::registerSolveCommand(controller);
 }

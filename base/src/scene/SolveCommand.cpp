@@ -1,0 +1,70 @@
+#include "scene/SolveCommand.h"
+
+#include "machine/Communicator.h"
+#include "machine/Machine.h"
+#include "machine/Timer.h"
+#include "neo/Controller.h"
+#include "neo/Error.h"
+#include "scene/JacobiSolver.h"
+
+namespace tolm {
+namespace {
+
+Properties timeStatistics(const Timer& timer) {
+    Properties wall;
+    wall.set("max", timer.getMaximumWallTime());
+    wall.set("min", timer.getMinimumWallTime());
+    wall.set("average", timer.getAverageWallTime());
+    wall.set("standardDeviation", timer.getStandardDeviationWallTime());
+    Properties cpu;
+    cpu.set("max", timer.getMaximumCpuTime());
+    cpu.set("min", timer.getMinimumCpuTime());
+    cpu.set("average", timer.getAverageCpuTime());
+    cpu.set("total", timer.getAccumulatedCpuTime());
+    cpu.set("standardDeviation", timer.getStandardDeviationCpuTime());
+    Properties statistics;
+    statistics.setChild("wall", wall);
+    statistics.setChild("cpu", cpu);
+    return statistics;
+}
+
+void solve(const Properties& command, Properties& response) {
+    const auto n = command.get<unsigned int>("n", 128);
+    const auto iterations = command.get<unsigned int>("iterations", 200);
+    const auto reportEvery = command.get<unsigned int>("reportEvery", 20);
+    if (n == 0 || n > 8192)
+        throw Error("\"n\" must lie in 1..8192", 1);
+    if (reportEvery == 0)
+        throw Error("\"reportEvery\" must be at least 1", 1);
+    if (n < Machine::nProcesses()) {
+        throw Error("\"n\" must be at least the number of processes", 1);
+    }
+    Communicator* global = Machine::isParallel() ? Machine::globalCommunicator() : nullptr;
+
+    Timer timer;
+    timer.start();
+    JacobiSolver solver(n, global);
+    const auto history =
+        solver.solve(iterations, command.get<double>("tolerance", 0.0), reportEvery);
+    timer.stop();
+
+    std::vector<unsigned long long> strip{solver.firstRow(), solver.rows()};
+    std::vector<unsigned long long> strips(2 * Machine::nProcesses());
+    if (global) {
+        global->allGather(strip.data(), 2, strips.data());
+    } else {
+        strips = strip;
+    }
+    response.set("residuals", history);
+    response.set("sweeps", solver.sweepsDone());
+    response.set("strips", strips);
+    response.setChild("time", timeStatistics(timer));
+}
+
+}  // namespace
+
+void registerSolveCommand(Controller& controller) {
+    controller.registerCommand("Solve", solve);
+}
+
+}  // namespace tolm
