@@ -1,5 +1,7 @@
 #include "scene/SceneCommands.h"
 
+#include "scene/HostCommands.h"
+
 #include "machine/Machine.h"
 #include "machine/MpiCore.h"
 #include "machine/ParameterInitialValues.h"
@@ -74,6 +76,7 @@ void machineInfo(const Properties&, Properties& response) {
 void registerSceneCommands(Controller& controller) {
     controller.registerCommand("Echo", echo);
     controller.registerCommand("MachineInfo", machineInfo);
+    registerHostCommands(controller);
 }
 
 }  // namespace tolm
