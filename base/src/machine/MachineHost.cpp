@@ -60,6 +60,11 @@ std::string programName() {
     return recorded.empty() ? ServerProcesses::ownExecutableName() : recorded;
 }
 
+// "1 process", "2 processes"
+std::string counted(unsigned count, const std::string& noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "es");
+}
+
 std::string joined(const std::vector<unsigned>& numbers) {
     std::string text;
     for (const unsigned number : numbers)
@@ -340,9 +345,8 @@ bool MachineHost::resolveCpuContention(bool verbose) {
         OS::Log::warning(
             "CPU contention on host " + _hostName + ": " +
             (rebind ? "processes rebound to LPUs " + lpuList(free) + ", which no other job holds"
-                    : "too few free physical cores to rebind " + std::to_string(processes) +
-                          " processes; they may run on all available LPUs (" + lpuList(_available) +
-                          ")") +
+                    : "too few free physical cores to rebind " + counted(processes, "process") +
+                          "; they may run on all available LPUs (" + lpuList(_available) + ")") +
             (everyoneMoved ? "" : "; the system refused to move some of them"));
     }
     return everyoneMoved;
