@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 
 #include "machine/Affinity.h"
 #include "machine/Communicator.h"
@@ -403,8 +404,8 @@ void MachineHost::warnAboutUnboundProcesses() const {
     if (_binding == Binding::OverSubscribed && firstProcessOnHost()) {
         const auto cores =
             static_cast<unsigned>(_topology->getPhysicalCoresFromMask(_available).size());
-        OS::Log::warning("Host " + _hostName + " runs " + std::to_string(getNumberProcesses()) +
-                         " processes on " + std::to_string(cores) + " available physical " +
+        OS::Log::warning("Host " + _hostName + " runs " + counted(getNumberProcesses(), "process") +
+                         " on " + std::to_string(cores) + " available physical " +
                          (cores == 1 ? "core" : "cores") + ": the processes are not bound to LPUs");
     }
     if (_binding == Binding::Refused) {
