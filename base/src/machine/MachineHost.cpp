@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <iterator>
 
 #include "machine/Affinity.h"
 #include "machine/Communicator.h"
@@ -23,8 +22,6 @@ unsigned MachineHost::_topologyDiscoveries = 0;
 
 namespace {
 
-// The contribution to the inter-host communicator of a process that is not first on its host.
-constexpr unsigned notFirstOnHost = 0xFFFFFFFFu;
 // hwloc refuses this text: when a host's first process found no topology, the others build
 // none either and fall back exactly as it did (an empty text would discover again).
 const char* const noTopology = "none";
@@ -37,22 +34,55 @@ std::string lpuList(const AffinityMask& mask) {
     return ProcessAffinitySummary::lpuList(mask);
 }
 
-// Every rank's text, in rank order: the lengths first, then the characters.
-std::vector<std::string> allGatherTexts(Communicator& comm, const std::string& mine) {
+// What every process first tells the others: the length of its host name and its process id.
+struct ProcessIdentity {
+    unsigned nameLength;
+    unsigned pid;
+};
+
+// The host name and process id of every rank, in rank order: the lengths and process ids
+// first, then the names' characters.
+void allGatherIdentities(Communicator& comm, const std::string& name, unsigned pid,
+                         std::vector<std::string>& names, std::vector<unsigned>& pids) {
+    std::vector<ProcessIdentity> identities;
+    comm.allGather(ProcessIdentity{MessageLimits::toUnsigned(name.size()), pid}, identities);
     std::vector<unsigned> lengths;
-    comm.allGather(MessageLimits::toUnsigned(mine.size()), lengths);
     std::uint64_t total = 0;
-    for (const unsigned length : lengths)
-        total += length;
-    std::string all(total, '\0');
-    comm.allGatherVector(mine.data(), lengths[comm.myRank()], all.data(), lengths, {});
-    std::vector<std::string> texts;
-    std::size_t offset = 0;
-    for (const unsigned length : lengths) {
-        texts.push_back(all.substr(offset, length));
-        offset += length;
+    for (const ProcessIdentity& identity : identities) {
+        lengths.push_back(identity.nameLength);
+        total += identity.nameLength;
     }
-    return texts;
+    std::string all(total, '\0');
+    comm.allGatherVector(name.data(), lengths[comm.myRank()], all.data(), lengths, {});
+    names.clear();
+    pids.clear();
+    std::size_t offset = 0;
+    for (const ProcessIdentity& identity : identities) {
+        names.push_back(all.substr(offset, identity.nameLength));
+        pids.push_back(identity.pid);
+        offset += identity.nameLength;
+    }
+}
+
+// A mask as `count` 64-bit words, LPU i in bit i % 64 of word i / 64.
+std::vector<std::uint64_t> toWords(const AffinityMask& mask, std::size_t count) {
+    std::vector<std::uint64_t> words(count, 0);
+    for (const unsigned lpu : mask) {
+        if (lpu / 64 < count)
+            words[lpu / 64] |= std::uint64_t(1) << (lpu % 64);
+    }
+    return words;
+}
+
+AffinityMask fromWords(const std::uint64_t* words, std::size_t count) {
+    AffinityMask mask;
+    for (std::size_t word = 0; word < count; ++word) {
+        for (unsigned bit = 0; bit < 64; ++bit) {
+            if (words[word] >> bit & 1u)
+                mask.set(static_cast<unsigned>(word * 64 + bit));
+        }
+    }
+    return mask;
 }
 
 // The executable name of this server, also before the machine has recorded it.
@@ -91,10 +121,8 @@ MachineHost::MachineHost() {
     const auto pid = static_cast<unsigned>(Platform::process().pid());
     std::vector<std::string> names{_hostName};
     std::vector<unsigned> pids{pid};
-    if (world) {
-        names = allGatherTexts(*world, _hostName);
-        world->allGather(pid, pids);
-    }
+    if (world)
+        allGatherIdentities(*world, _hostName, pid, names, pids);
     for (unsigned rank = 0; rank < names.size(); ++rank)
         _hostPidMap.emplace(names[rank], std::make_pair(pids[rank], rank));
     std::vector<std::string> distinct;
@@ -113,12 +141,12 @@ MachineHost::~MachineHost() = default;
 
 void MachineHost::buildCommunicators(Communicator& world) {
     _intraHostComm = world.createCommunicator(_hostRanks);
-    const unsigned mine = _intraHostComm->myRank() == 0 ? world.myRank() : notFirstOnHost;
-    std::vector<unsigned> contributions;
-    world.allGather(mine, contributions);
+    // Every process knows every host's ranks, so each finds the hosts' first processes alone.
     std::vector<unsigned> firsts;
-    std::copy_if(contributions.begin(), contributions.end(), std::back_inserter(firsts),
-                 [](unsigned rank) { return rank != notFirstOnHost; });
+    for (auto it = _hostPidMap.begin(); it != _hostPidMap.end();
+         it = _hostPidMap.upper_bound(it->first))
+        firsts.push_back(it->second.second);
+    std::sort(firsts.begin(), firsts.end());
     _interHostComm = world.createCommunicator(firsts);
 }
 
@@ -240,21 +268,18 @@ AffinityMask MachineHost::getHostAffinity() const {
 std::vector<AffinityMask> MachineHost::gatherHostAffinities(const AffinityMask& mine) const {
     if (!hasIntraHostComm())
         return {mine};
+    // All processes of the host share the topology, and so the width of the masks: one call.
+    unsigned highest = 0;
+    for (const unsigned lpu : _topology->getTopologyMask())
+        highest = lpu;
+    const std::size_t count = highest / 64 + 1;
     Communicator& host = *_intraHostComm;
-    const std::vector<unsigned> lpus = lpusOf(mine);
-    std::vector<unsigned> counts;
-    host.allGather(MessageLimits::toUnsigned(lpus.size()), counts);
-    std::uint64_t total = 0;
-    for (const unsigned count : counts)
-        total += count;
-    std::vector<unsigned> all(total);
-    host.allGatherVector(lpus.data(), counts[host.myRank()], all.data(), counts, {});
-    std::vector<AffinityMask> masks(host.size());
-    std::size_t next = 0;
-    for (unsigned rank = 0; rank < host.size(); ++rank) {
-        for (unsigned i = 0; i < counts[rank]; ++i)
-            masks[rank].set(all[next++]);
-    }
+    const std::vector<std::uint64_t> words = toWords(mine, count);
+    std::vector<std::uint64_t> all(count * host.size());
+    host.allGather(words.data(), count, all.data());
+    std::vector<AffinityMask> masks;
+    for (unsigned rank = 0; rank < host.size(); ++rank)
+        masks.push_back(fromWords(all.data() + rank * count, count));
     return masks;
 }
 

@@ -130,7 +130,8 @@ class MachineHost {
     std::unique_ptr<CpuTopology> shareTopology();
     std::unique_ptr<CpuTopology> discoverTopology();
     AffinityMask startUpAvailableMask() const;
-    // Every process's mask, in intra-host rank order. Collective over this host.
+    // Every process's mask, in intra-host rank order (LPUs beyond this host's topology are
+    // dropped). Collective over this host.
     std::vector<AffinityMask> gatherHostAffinities(const AffinityMask& mine) const;
     // Whether any process of this host says `mine`. Collective over this host.
     bool anyOnHost(bool mine) const;
