@@ -13,9 +13,10 @@ class CpuTopology;
 // Errors: none are thrown. Set operations return false when the system refuses every form
 // of the binding (strict first, then weaker ones); reads return an empty mask when they fail.
 //
-// The set operations are private: processes are bound by the CpuBinder, threads by the
-// ThreadBinder, and affinities are widened and restored by AffinityRelaxer, so that one
-// place decides where each runs.
+// The set operations are private, so that few places decide where anything runs: the
+// CpuBinder binds processes, the ThreadBinder worker threads, the AffinityRelaxer widens and
+// restores a binding, the host map releases colliding processes and moves contended ones, and
+// the Machine lets a process's threads follow its main thread.
 class Affinity {
   public:
     Affinity() = delete;
@@ -38,7 +39,6 @@ class Affinity {
     friend class AffinityRelaxer;
     friend class MachineHost;
     friend class Machine;
-    friend class ThreadPolicyBase;
     friend struct AffinityTesting;
 
     static bool setProcessAffinity(const CpuTopology& topology, const AffinityMask& mask);
