@@ -21,3 +21,4 @@ for driver in openmpi4 mpich2; do
     done
 done
 [[ $found -eq 1 ]] || { echo "no benchmarks in $bin (TOLM_BUILD_BENCH off?)" >&2; exit 1; }
+echo "== tolm-bench-startup" && "$bin/tolm-bench-startup" "$bin"

@@ -5,9 +5,12 @@
 #include <ctime>
 #include <exception>
 
+#include "machine/Affinity.h"
 #include "machine/CommandController.h"
 #include "machine/CommonArgvParser.h"
 #include "machine/Communicator.h"
+#include "machine/CpuTopology.h"
+#include "machine/MachineHost.h"
 #include "machine/MpiCore.h"
 #include "machine/MpiDriverTable.h"
 #include "machine/OptionError.h"
@@ -48,6 +51,7 @@ bool Machine::_isProxySessionDaemon = false;
 std::uint32_t Machine::_performanceCriticalLock = 0;
 std::uint32_t Machine::_serialCriticalLock = 0;
 std::unique_ptr<Communicator> Machine::_globalComm;
+std::unique_ptr<MachineHost> Machine::_host;
 std::unique_ptr<ServerHost> Machine::_serverHost;
 
 namespace {
@@ -92,6 +96,7 @@ ExitStatus Machine::main(int argc, char** argv) {
     startCommunicators(argc, argv, consumed);
     parseCommonArgvs(argc, argv, consumed);
     installTerminateHandler();
+    bindProcessors(consumed);
     SynchronizedDynamicLoader::nonStateLoad("TolmScene");
     startParallelErrorHandler();
     installWorkerErrorHandler();
@@ -165,7 +170,47 @@ void Machine::recordExecutableLocation() {
     _executableName = cut == std::string::npos ? path : path.substr(cut + 1);
 }
 
-void Machine::startHost() {}
+void Machine::startHost() {
+    _host = std::make_unique<MachineHost>();
+}
+
+MachineHost& Machine::getHost() {
+    TOLM_ASSERT(_host, "Host is not enabled");
+    return *_host;
+}
+
+void Machine::bindProcessors(const ArgumentMap& consumed) {
+    TOLM_ASSERT(_host, "Host is not enabled");
+    const bool verbose = consumed.contains("-cpubindverbose");
+    const bool extended = consumed.contains("-cpubindextendedverbosity");
+    if (_useInternalBinding) {
+        _host->bindProcesses();
+        testForCpuBindingCollisions(verbose || extended);
+    } else {
+        conformProcessAffinityToMainThreadAffinity();
+    }
+    // Also where the machine does not bind: the report then shows where the launcher did.
+    _host->printProcessAffinitySummary(verbose, extended);
+}
+
+bool Machine::conformProcessAffinityToMainThreadAffinity() {
+    const CpuTopology& topology = getHost().getCpuTopology();
+    const AffinityMask mainThread = Affinity::getThreadAffinity(topology);
+    return Affinity::getProcessAffinity(topology) == mainThread ||
+           Affinity::setProcessAffinity(topology, mainThread);
+}
+
+bool Machine::testForCpuBindingCollisions(bool verbose) {
+    MachineHost& host = getHost();
+    bool found = false;
+    if (isParallel() && !MpiCore::disableCpuBindingCollisionTest())
+        found = host.releaseCollidingProcesses();
+    if (_cpuBindingContentionTest && host.hasCpuContention(verbose)) {
+        host.resolveCpuContention(verbose);
+        found = true;
+    }
+    return found;
+}
 
 void Machine::recordDesignFlags(int argc, char** argv) {
     Machine& machine = getSingleton();
@@ -212,6 +257,7 @@ void Machine::takeDown() {
 }
 
 void Machine::stopCommunicators() {
+    _host.reset();
     if (isSerial())
         return;
     _globalComm.reset();
@@ -390,6 +436,7 @@ void Machine::reset() {
     _isProxySessionDaemon = false;
     _performanceCriticalLock = 0;
     _serialCriticalLock = 0;
+    _host.reset();
 }
 
 }  // namespace tolm

@@ -12,6 +12,7 @@ namespace tolm {
 class Communicator;
 class Error;
 class ParallelErrorHandler;
+class MachineHost;
 class ServerHost;
 
 // The one object that turns the processes of a job into a parallel machine: a master (rank 0)
@@ -70,6 +71,22 @@ class Machine {
     static void parseCommonArgvs(int argc, char** argv, ArgumentMap& consumed);
     // Take-down of what startCommunicators built: the global communicator, then MPI.
     static void stopCommunicators();
+
+    // Hosts and binding. The host map; InternalError "Host is not enabled" before it is built.
+    static MachineHost& getHost();
+    // Whether worker threads are bound ("-xthreadbindoff" turns it off) and report their
+    // binding ("-xthreadbindverbose").
+    static bool bindThreads() { return !(_threadBindingAttributes & ThreadBindingOff); }
+    static bool enableThreadBindingVerbosity() {
+        return (_threadBindingAttributes & ThreadBindingVerbose) != 0;
+    }
+    // Lets every thread of the process run where the main thread may: a launcher that binds
+    // only the main thread leaves threads started before unbound. Call on the main thread.
+    static bool conformProcessAffinityToMainThreadAffinity();
+    // Releases processes of a host pinned to overlapping LPUs (unless the environment turns
+    // the test off, see qmx_mpi.h), then, when the contention test is on, moves processes off
+    // LPUs that other jobs of this server hold. True when either was found. Collective.
+    static bool testForCpuBindingCollisions(bool verbose);
 
     // Process-wide settings.
     static const std::string& getExecutableName() { return _executableName; }
@@ -147,6 +164,8 @@ class Machine {
     Machine();
     static void startMpi(int argc, char** argv, ArgumentMap& consumed);
     static void startHost();
+    // Start-up step 5: binds the processes and reports the binding (options in `consumed`).
+    static void bindProcessors(const ArgumentMap& consumed);
     static void recordDesignFlags(int argc, char** argv);
     static void dispatchRole(int argc, char** argv, const ArgumentMap& consumed);
     static void startServerHost(int argc, char** argv, const ArgumentMap& consumed);
@@ -175,6 +194,7 @@ class Machine {
     static std::uint32_t _performanceCriticalLock;
     static std::uint32_t _serialCriticalLock;
     static std::unique_ptr<Communicator> _globalComm;
+    static std::unique_ptr<MachineHost> _host;
     static std::unique_ptr<ServerHost> _serverHost;
 
     std::unique_ptr<ParallelErrorHandler> _parallelErrorHandler;

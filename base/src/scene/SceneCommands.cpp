@@ -1,6 +1,8 @@
 #include "scene/SceneCommands.h"
 
 #include "machine/Communicator.h"
+#include "scene/HostCommands.h"
+
 #include "machine/Machine.h"
 #include "machine/MpiCore.h"
 #include "machine/ParameterInitialValues.h"
@@ -94,6 +96,7 @@ void machineInfo(const Properties&, Properties& response) {
 void registerSceneCommands(Controller& controller) {
     controller.registerCommand("Echo", echo);
     controller.registerCommand("MachineInfo", machineInfo);
+    registerHostCommands(controller);
 }
 
 }  // namespace tolm

@@ -1,0 +1,24 @@
+#include "scene/HostCommands.h"
+
+#include "machine/Machine.h"
+#include "machine/MachineHost.h"
+#include "machine/ProcessAffinitySummary.h"
+#include "neo/Controller.h"
+
+namespace tolm {
+namespace {
+
+void hostMap(const Properties&, Properties& response) {
+    const MachineHost& host = Machine::getHost();
+    response = host.getStartUpBinding();
+    response.set("numberHosts", host.getNumberHosts());
+    response.set("policy", ProcessAffinitySummary::policyName());
+}
+
+}  // namespace
+
+void registerHostCommands(Controller& controller) {
+    controller.registerCommand("HostMap", hostMap);
+}
+
+}  // namespace tolm

@@ -1,0 +1,141 @@
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <thread>
+
+#include "machine/Affinity.h"
+#include "machine/AffinityRelaxer.h"
+#include "topology/BindingTestSupport.h"
+#include "topology/TopologyTestSupport.h"
+
+namespace tolm {
+namespace {
+
+using test::maskOf;
+using test::RealBinding;
+using test::threadAffinityFromSystem;
+using Set = AffinityTesting;
+
+TEST_F(RealBinding, AnEmptyMaskIsRefusedAndChangesNothing) {
+    const AffinityMask before = threadAffinityFromSystem();
+    EXPECT_FALSE(Set::setProcessAffinity(topology, AffinityMask()));
+    EXPECT_FALSE(Set::setThreadAffinity(topology, AffinityMask()));
+    EXPECT_EQ(threadAffinityFromSystem(), before);
+}
+
+TEST_F(RealBinding, TheProcessRunsWhereItWasBound) {
+    for (const unsigned lpu : lpus) {
+        ASSERT_TRUE(Set::setProcessAffinity(topology, only(lpu)));
+        EXPECT_EQ(threadAffinityFromSystem(), only(lpu));
+        EXPECT_EQ(Affinity::getProcessAffinity(topology), only(lpu));
+        EXPECT_TRUE(Affinity::isProcessBound(topology));
+        sched_yield();
+        EXPECT_EQ(static_cast<unsigned>(sched_getcpu()), lpu);
+    }
+    ASSERT_TRUE(Set::setProcessAffinity(topology, maskOf({lpus[0], lpus[1]})));
+    EXPECT_FALSE(Affinity::isProcessBound(topology));  // two physical cores
+}
+
+TEST_F(RealBinding, ClearingLetsTheProcessRunOnEveryAllowedLpu) {
+    ASSERT_TRUE(Set::setProcessAffinity(topology, only(lpus[1])));
+    ASSERT_TRUE(Set::clearProcessAffinity(topology));
+    EXPECT_EQ(threadAffinityFromSystem(), topology.getAllowedMask());
+}
+
+TEST_F(RealBinding, TheCurrentLocationIsOneLpuWhereTheProcessRan) {
+    const AffinityMask before = threadAffinityFromSystem();
+    ASSERT_TRUE(Set::setProcessAffinityToCurrentCpuLocation(topology));
+    const AffinityMask after = threadAffinityFromSystem();
+    EXPECT_EQ(after.count(), 1u);
+    EXPECT_TRUE(after.isIncludedIn(before));
+    ASSERT_TRUE(Set::clearThreadAffinity(topology));
+    ASSERT_TRUE(Set::setThreadAffinityToCurrentCpuLocation(topology));
+    EXPECT_EQ(threadAffinityFromSystem().count(), 1u);
+}
+
+TEST_F(RealBinding, AThreadBindsItselfAlone) {
+    const AffinityMask mainBefore = Affinity::getThreadAffinity(topology);
+    AffinityMask seenByWorker;
+    bool workerBound = false;
+    std::thread worker([&] {
+        if (Set::setThreadAffinity(topology, only(lpus[1]))) {
+            seenByWorker = Affinity::getThreadAffinity(topology);
+            workerBound = Affinity::isThreadBound(topology);
+        }
+    });
+    worker.join();
+    EXPECT_EQ(seenByWorker, only(lpus[1]));
+    EXPECT_TRUE(workerBound);
+    EXPECT_EQ(Affinity::getThreadAffinity(topology), mainBefore);
+    EXPECT_EQ(threadAffinityFromSystem(), mainBefore);
+}
+
+TEST_F(RealBinding, AnotherProcessBindingIsReadByItsId) {
+    int ready[2];
+    ASSERT_EQ(pipe(ready), 0);
+    const pid_t child = fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        cpu_set_t set;
+        CPU_ZERO(&set);
+        CPU_SET(lpus[1], &set);
+        sched_setaffinity(0, sizeof set, &set);
+        const char byte = 1;
+        (void)!write(ready[1], &byte, 1);
+        pause();
+        _exit(0);
+    }
+    char byte = 0;
+    ASSERT_EQ(read(ready[0], &byte, 1), 1);
+    EXPECT_EQ(Affinity::getProcessAffinity(topology, static_cast<unsigned>(child)), only(lpus[1]));
+    kill(child, SIGKILL);
+    waitpid(child, nullptr, 0);
+    close(ready[0]);
+    close(ready[1]);
+    EXPECT_TRUE(Affinity::getProcessAffinity(topology, static_cast<unsigned>(child)).empty());
+}
+
+TEST_F(RealBinding, ARelaxerWidensForItsScopeAndGivesTheBindingBack) {
+    ASSERT_TRUE(Set::setProcessAffinity(topology, only(lpus[0])));
+    {
+        const AffinityRelaxer relaxed(topology, only(lpus[1]));
+        EXPECT_TRUE(relaxed.isRelaxed());
+        EXPECT_EQ(relaxed.getSavedAffinity(), only(lpus[0]));
+        EXPECT_EQ(threadAffinityFromSystem(), maskOf({lpus[0], lpus[1]}));
+    }
+    EXPECT_EQ(threadAffinityFromSystem(), only(lpus[0]));
+    {
+        const AffinityRelaxer relaxed(topology);
+        EXPECT_EQ(threadAffinityFromSystem(), topology.getAllowedMask());
+    }
+    EXPECT_EQ(threadAffinityFromSystem(), only(lpus[0]));
+    {
+        // Processors this process may not use are never added.
+        const AffinityRelaxer relaxed(topology, maskOf({4000}));
+        EXPECT_TRUE(relaxed.isRelaxed());
+        EXPECT_EQ(threadAffinityFromSystem(), only(lpus[0]));
+    }
+}
+
+TEST(FallbackBinding, WithoutATopologyNothingIsBoundOrRead) {
+    test::WarningCapture log;
+    const CpuTopology topology = test::loadFixture("damaged-no-pus.xml");
+    const AffinityMask before = threadAffinityFromSystem();
+    EXPECT_FALSE(Set::setProcessAffinity(topology, maskOf({0})));
+    EXPECT_FALSE(Set::clearProcessAffinity(topology));
+    EXPECT_FALSE(Set::setProcessAffinityToCurrentCpuLocation(topology));
+    EXPECT_FALSE(Set::setThreadAffinity(topology, maskOf({0})));
+    EXPECT_TRUE(Affinity::getProcessAffinity(topology).empty());
+    EXPECT_TRUE(Affinity::getThreadAffinity(topology).empty());
+    EXPECT_TRUE(Affinity::getProcessCpuLocation(topology).empty());
+    EXPECT_FALSE(Affinity::isProcessBound(topology));
+    EXPECT_EQ(threadAffinityFromSystem(), before);
+    const AffinityRelaxer relaxed(topology);
+    EXPECT_FALSE(relaxed.isRelaxed());
+}
+
+}  // namespace
+}  // namespace tolm

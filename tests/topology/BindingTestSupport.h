@@ -1,0 +1,106 @@
+#pragma once
+// Helpers of the tests that really bind this process and its threads.
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <sched.h>
+
+#include <vector>
+
+#include "machine/Affinity.h"
+#include "machine/AffinityMask.h"
+#include "machine/Communicator.h"
+#include "machine/CpuTopology.h"
+#include "machine/MachineHost.h"
+
+namespace tolm {
+
+// The binding operations that only the binders may call.
+struct AffinityTesting {
+    static bool setProcessAffinity(const CpuTopology& topology, const AffinityMask& mask) {
+        return Affinity::setProcessAffinity(topology, mask);
+    }
+    static bool clearProcessAffinity(const CpuTopology& topology) {
+        return Affinity::clearProcessAffinity(topology);
+    }
+    static bool setProcessAffinityToCurrentCpuLocation(const CpuTopology& topology) {
+        return Affinity::setProcessAffinityToCurrentCpuLocation(topology);
+    }
+    static bool setThreadAffinity(const CpuTopology& topology, const AffinityMask& mask) {
+        return Affinity::setThreadAffinity(topology, mask);
+    }
+    static bool clearThreadAffinity(const CpuTopology& topology) {
+        return Affinity::clearThreadAffinity(topology);
+    }
+    static bool setThreadAffinityToCurrentCpuLocation(const CpuTopology& topology) {
+        return Affinity::setThreadAffinityToCurrentCpuLocation(topology);
+    }
+};
+
+// The communicator of the hosts' first processes, which only reports use.
+struct MachineHostTesting {
+    static bool hasInterHostComm(const MachineHost& host) { return host.hasInterHostComm(); }
+    static Communicator& getInterHostComm(const MachineHost& host) {
+        return host.getInterHostComm();
+    }
+};
+
+namespace test {
+
+// What the operating system says the calling thread may run on (not asking hwloc).
+inline AffinityMask threadAffinityFromSystem() {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    AffinityMask mask;
+    if (pthread_getaffinity_np(pthread_self(), sizeof set, &set) != 0)
+        return mask;
+    for (unsigned cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
+        if (CPU_ISSET(cpu, &set))
+            mask.set(cpu);
+    }
+    return mask;
+}
+
+inline void setThreadAffinityInSystem(const AffinityMask& mask) {
+    cpu_set_t set;
+    CPU_ZERO(&set);
+    for (const unsigned cpu : mask)
+        CPU_SET(cpu, &set);
+    ASSERT_EQ(pthread_setaffinity_np(pthread_self(), sizeof set, &set), 0);
+}
+
+// Puts the calling thread back where it was allowed to run when the guard was made.
+class RestoredAffinity {
+  public:
+    RestoredAffinity() : _saved(threadAffinityFromSystem()) {}
+    ~RestoredAffinity() { setThreadAffinityInSystem(_saved); }
+    RestoredAffinity(const RestoredAffinity&) = delete;
+    RestoredAffinity& operator=(const RestoredAffinity&) = delete;
+
+    const AffinityMask& saved() const { return _saved; }
+
+  private:
+    AffinityMask _saved;
+};
+
+// Tests that bind this process for real: they need two processors this process may use, on
+// two physical cores, and skip where there are fewer (e.g. under `taskset -c 0`).
+class RealBinding : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        const AffinityMask usable = _restore.saved() & topology.getAllowedMask();
+        lpus.assign(usable.begin(), usable.end());
+        if (lpus.size() < 2 || topology.getPhysicalCoresFromMask(usable).size() < 2)
+            GTEST_SKIP() << "needs two processors on two cores to bind to";
+        lpus.resize(2);
+    }
+
+    AffinityMask only(unsigned lpu) const { return AffinityMask().set(lpu); }
+
+    RestoredAffinity _restore;
+    const CpuTopology topology;
+    // Two processors this process may run on, on two physical cores.
+    std::vector<unsigned> lpus;
+};
+
+}  // namespace test
+}  // namespace tolm
