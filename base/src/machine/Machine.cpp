@@ -8,6 +8,7 @@
 #include "machine/Affinity.h"
 #include "machine/CommandController.h"
 #include "machine/CommonArgvParser.h"
+#include "machine/IsolatedFpuContext.h"
 #include "machine/Communicator.h"
 #include "machine/CpuTopology.h"
 #include "machine/MachineHost.h"
@@ -151,6 +152,7 @@ void Machine::startMpi(int argc, char** argv, ArgumentMap& consumed) {
     }
     TOLM_ASSERT(QMX_MPIO_Initialize(handle) == QMX_MPI_SUCCESS,
                 "Failed to initialize MPIO wrapper");
+    const IsolatedFpuContext mpiLibrary;  // the MPI library's own floating-point flags
     if (QMX_MPI_Init(&argc, &argv) != QMX_MPI_SUCCESS) {
         throw NonRecoverableError("MPI failed to initialize");
     }
@@ -171,6 +173,9 @@ void Machine::recordExecutableLocation() {
 }
 
 void Machine::startHost() {
+    // hwloc and the MPI library raise floating-point flags of their own while the host map
+    // is built; they are not the solver's, and must not surface at its first check.
+    const IsolatedFpuContext libraries;
     _host = std::make_unique<MachineHost>();
 }
 
@@ -181,6 +186,7 @@ MachineHost& Machine::getHost() {
 
 void Machine::bindProcessors(const ArgumentMap& consumed) {
     TOLM_ASSERT(_host, "Host is not enabled");
+    const IsolatedFpuContext libraries;  // hwloc's floating-point flags, as in startHost
     const bool verbose = consumed.contains("-cpubindverbose");
     const bool extended = consumed.contains("-cpubindextendedverbosity");
     if (_useInternalBinding) {
