@@ -104,6 +104,43 @@ TEST_P(CommandFaults, ASlaveKilledInACollectiveEndsTheJob) {
     EXPECT_NE(exitCode, 0);
 }
 
+TEST_P(CommandFaults, TheMasterKilledEndsTheJob) {
+    const int exitCode = killedJobExit(GetParam(), "", 0);
+    EXPECT_NE(exitCode, -1) << "the job still ran 15 s after the master died";
+    EXPECT_NE(exitCode, 0);
+}
+
+// The process id of `rank`, from the "-printpids" lines on the job's standard error.
+int announcedPid(const InteractiveChild& job, unsigned int rank) {
+    const std::string prefix = "Rank " + std::to_string(rank) + ": process ";
+    for (int attempt = 0; attempt < 3000; ++attempt) {
+        const std::string err = job.standardError();
+        const auto at = err.find(prefix);
+        if (at != std::string::npos) return std::stoi(err.substr(at + prefix.size()));
+        ::usleep(10 * 1000);
+    }
+    return -1;
+}
+
+TEST_P(CommandFaults, ARankKilledDuringStartUpEndsTheJob) {
+    InteractiveChild server(test::jobCommand(GetParam(), {"-printpids"}));
+    const int pid = announcedPid(server, 3);
+    ASSERT_GT(pid, 0) << server.standardError();
+    ::kill(pid, SIGKILL);
+    const int exitCode = server.waitForExit(15);
+    EXPECT_NE(exitCode, -1) << "the job still ran 15 s after a rank died";
+    EXPECT_NE(exitCode, 0);
+}
+
+TEST_P(CommandFaults, ABatchCutOffMidLineIsAnsweredAndTheJobEnds) {
+    const auto result = run("{\"command\":\"Echo\",\"n\":1}\n{\"command\":\"Ec");
+    EXPECT_EQ(result.exitCode, 1) << result.err;
+    const auto answers = responses(result.out);
+    ASSERT_EQ(answers.size(), 2u) << result.out;
+    EXPECT_EQ(answers[1].get<std::string>("message"),
+              "Malformed command on line 2: Malformed properties text: not valid JSON");
+}
+
 INSTANTIATE_TEST_SUITE_P(BothMpis, CommandFaults,
                          testing::Values(Job{"openmpi4", test::openMpi, "Open MPI", 4},
                                          Job{"mpich2", test::mpich, "MPICH", 4}),

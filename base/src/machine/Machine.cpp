@@ -28,6 +28,7 @@
 #include "platform/FpuHandling.h"
 #include "platform/Log.h"
 #include "platform/Platform.h"
+#include "platform/ProcessInfo.h"
 #include "platform/StringHelper.h"
 #include "platform/Thread.h"
 #include "platform/TimeService.h"
@@ -96,6 +97,7 @@ ExitStatus Machine::main(int argc, char** argv) {
 
     startCommunicators(argc, argv, consumed);
     parseCommonArgvs(argc, argv, consumed);
+    if (_printpids) printProcessId();
     installTerminateHandler();
     bindProcessors(consumed);
     SynchronizedDynamicLoader::nonStateLoad("TolmScene");
@@ -170,6 +172,13 @@ void Machine::recordExecutableLocation() {
     const auto cut = path.rfind(FileSystem::separator);
     _executablePath = StringHelper::decode(cut == std::string::npos ? "" : path.substr(0, cut));
     _executableName = cut == std::string::npos ? path : path.substr(cut + 1);
+}
+
+void Machine::printProcessId() {
+    const std::string host = Platform::process().hostName();
+    std::fprintf(stderr, "Rank %u: process %d on %s\n", _partition, Platform::process().pid(),
+                 host.c_str());
+    std::fflush(stderr);
 }
 
 void Machine::startHost() {

@@ -170,6 +170,8 @@ class Machine {
     static void dispatchRole(int argc, char** argv, const ArgumentMap& consumed);
     static void startServerHost(int argc, char** argv, const ArgumentMap& consumed);
     static void takeDown();
+    // "-printpids": each process names its rank, process id and host on standard error.
+    static void printProcessId();
     static void startParallelErrorHandler();
     static void installWorkerErrorHandler();
     // Prints a non-recoverable error and ends the job with code 32.

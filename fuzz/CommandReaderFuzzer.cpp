@@ -1,0 +1,36 @@
+// The server's command reader on arbitrary input: every non-blank line gets exactly one
+// response line, whatever the line holds.
+#include <cstddef>
+#include <cstdint>
+#include <sstream>
+#include <string>
+
+#include "neo/Controller.h"
+#include "platform/StringHelper.h"
+
+namespace {
+
+std::size_t countLines(const std::string& text, bool skipBlank) {
+    std::istringstream lines(text);
+    std::size_t count = 0;
+    for (std::string line; std::getline(lines, line);) {
+        if (!skipBlank || !tolm::StringHelper::trim(line).empty()) ++count;
+    }
+    return count;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    const std::string text(reinterpret_cast<const char*>(data), size);
+    tolm::Controller::reset();
+    tolm::Controller& controller = tolm::Controller::getSingleton();
+    controller.registerCommand("Echo", [](const tolm::Properties& command,
+                                          tolm::Properties& response) { response = command; });
+    std::istringstream input(text);
+    std::ostringstream output;
+    controller.setCommandStreams(input, output);
+    controller.processCommands();
+    if (countLines(output.str(), false) != countLines(text, true)) __builtin_trap();
+    return 0;
+}
