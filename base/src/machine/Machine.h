@@ -13,6 +13,7 @@ class Communicator;
 class Error;
 class ParallelErrorHandler;
 class ServerHost;
+class StandardStreamManager;
 
 // The one object that turns the processes of a job into a parallel machine: a master (rank 0)
 // and slaves, or one serial process. Every server process enters through `main`, which starts
@@ -70,6 +71,14 @@ class Machine {
     static void parseCommonArgvs(int argc, char** argv, ArgumentMap& consumed);
     // Take-down of what startCommunicators built: the global communicator, then MPI.
     static void stopCommunicators();
+    // Where this process's standard output and error go for the rest of the run: a slave of a
+    // run given "-slavelogs DIR" sends both to its log files in DIR; every other process, and
+    // every slave of a run without the option, keeps them where the launcher put them.
+    static void startConsole();
+    // Flushes standard output and destroys the stream manager, dropping its redirections.
+    static void stopConsole();
+    // InternalError "StandardStreamManager is NULL" outside startConsole..stopConsole.
+    StandardStreamManager& getStandardStreamManager();
 
     // Process-wide settings.
     static const std::string& getExecutableName() { return _executableName; }
@@ -186,6 +195,7 @@ class Machine {
     bool _temporaryDirectorySet = false;
     std::wstring _temporaryDirectory;
     bool _analyticsOff = false;
+    std::unique_ptr<StandardStreamManager> _standardStreamManager;
     bool _parallelIo = false;
     std::unique_ptr<OnExitObservable> _onExitObservable;
     bool _designStudy = false;
