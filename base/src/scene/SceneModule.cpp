@@ -1,10 +1,12 @@
 // Entry point of the TolmScene module, which the machine loads at start-up on every process.
 #include "neo/Controller.h"
 #include "scene/FaultCommands.h"
+#include "scene/FileCommands.h"
 #include "scene/SceneCommands.h"
 
 extern "C" void tolmModuleInitialize() {
     tolm::Controller& controller = tolm::Controller::getSingleton();
     tolm::registerSceneCommands(controller);
     tolm::registerFaultCommands(controller);
+    tolm::registerFileCommands(controller);
 }
