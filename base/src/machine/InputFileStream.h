@@ -16,17 +16,19 @@ namespace tolm {
 // the reader extracts, and every answer of a query, is broadcast from the master over the
 // global communicator, so that all processes go on with the same data. With the flag clear,
 // the other processes' destinations are left as they were and their queries answer fixed
-// defaults, which differ on purpose: good() true, bad() false, eof() TRUE, fail() false,
-// get()/peek() -1, gcount() 0, tellg() 0, get(c)/get(s, n)/getline(s, n) true. open() and
-// is_open() always give every process of a parallel run the master's answer. Manipulators
-// apply on every process; void* and streambuf extraction happen on the reader alone.
+// defaults: good() true, bad() false, eof() true (where an OutputFileStream answers false, on
+// purpose), fail() false, get() and peek() -1, gcount() 0, tellg() 0, and true for get(c),
+// get(s, n) and getline(s, n). open() and is_open() always give every process of a parallel
+// run the master's answer. Manipulators apply on every process; void* and streambuf
+// extraction happen on the reader alone.
 //
 // Every broadcasting call is a collective: a call made on some processes only leaves the
 // others waiting.
 //
 // Errors: stream failures are the file stream's own (state bits, and the standard exceptions
 // where the caller enabled them). InternalError "Not implemented yet" for extraction into a
-// character pointer with the flag set, and for a string longer than 4294967295 characters.
+// character pointer with the flag set; the message-count InternalError of the communicator for
+// a string longer than 4294967295 characters.
 class InputFileStream : public IStreamWrapper {
   public:
     InputFileStream();

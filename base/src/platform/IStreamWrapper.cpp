@@ -6,15 +6,6 @@ namespace tolm {
 namespace {
 
 void extractWord(std::istream& in, char* word) {
-    const std::streamsize width = in.width();
-    if (width == 1) {  // room for the terminator only
-        in.width(0);
-        *word = '\0';
-        in.setstate(std::ios::failbit);
-        return;
-    }
-    if (width > 1)
-        in.width(width - 1);
     std::string extracted;
     in >> extracted;
     extracted.copy(word, extracted.size());

@@ -30,7 +30,7 @@ class IStreamWrapper : public IOStreamWrapper {
     virtual IStreamWrapper& operator>>(long double& value);
     virtual IStreamWrapper& operator>>(std::string& value);
     // A word into a character array of unknown size, as the standard library did before
-    // C++20: at most width() - 1 characters when a width is set, otherwise unbounded.
+    // C++20; the caller's array must hold the word and its terminator.
     virtual IStreamWrapper& operator>>(char* word);
     virtual IStreamWrapper& operator>>(unsigned char* word);
     virtual IStreamWrapper& operator>>(void*& value);

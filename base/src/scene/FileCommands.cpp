@@ -180,7 +180,7 @@ Properties readStateEntries(InputFileStream& state, const std::string& path) {
         entries.set(key, value);
     }
     if (state.bad())
-        fail("Reading the state file " + path + " failed: " + Platform::error().lastErrorText());
+        fail("Reading the state file " + path + " failed");
     return entries;
 }
 
