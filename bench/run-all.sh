@@ -20,5 +20,7 @@ for driver in openmpi4 mpich2; do
         echo
     done
 done
+# The file benchmarks run 4 ranks (1 GiB over 4 ranks; 4 readers of one text file).
+for driver in openmpi4 mpich2; do if [[ -x $bin/tolm-files-bench-$driver ]]; then found=1; echo "== tolm-files-bench-$driver"; "$launch" "$driver" 4 "$bin/tolm-files-bench-$driver"; echo; fi; done
 [[ $found -eq 1 ]] || { echo "no benchmarks in $bin (TOLM_BUILD_BENCH off?)" >&2; exit 1; }
 echo "== tolm-bench-startup" && "$bin/tolm-bench-startup" "$bin"

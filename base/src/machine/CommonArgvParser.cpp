@@ -8,12 +8,14 @@
 #include "machine/ParameterInitialValues.h"
 #include "machine/RemoteShellFactory.h"
 #include "machine/RendererConfig.h"
+#include "machine/StandardStreamManager.h"
 #include "neo/InternalError.h"
 #include "neo/SignalHandler.h"
 #include "neo/SynchronizedDynamicLoader.h"
 #include "platform/FileSystem.h"
 #include "platform/Platform.h"
 #include "platform/StringHelper.h"
+#include "platform/SystemErrors.h"
 
 namespace tolm {
 namespace {
@@ -83,6 +85,15 @@ std::vector<CommonArgvParser::Option> CommonArgvParser::makeOptions() {
          }},
         {"-tmpdir", 1, "Missing -tmpdir arg", entered,
          [&machine](char** v) { machine.setTemporaryDirectory(StringHelper::decode(v[0])); }},
+        // Slaves' standard streams go to per-process logs in the directory (Machine::startConsole).
+        {"-slavelogs", 1, "Missing -slavelogs arg", entered,
+         [&machine](char** v) {
+             if (!Platform::filesystem().createDirectories(v[0]))
+                 throw OptionError(std::string("Cannot create the -slavelogs directory ") + v[0] +
+                                   ": " + Platform::error().lastErrorText());
+             machine._standardStreamManager =
+                 std::make_unique<StandardStreamManager>(StringHelper::decode(v[0]), true);
+         }},
         {"-iodebug", 1, "Missing -iodebug arg", entered,
          [](char** v) { Machine::_iodebug = static_cast<std::uint32_t>(std::atoi(v[0])); }},
         {"-cpubind", 1, "Missing -cpubind arg", entered, [this](char** v) { applyCpuBind(v[0]); }},

@@ -17,6 +17,7 @@
 #include "machine/OptionError.h"
 #include "machine/ParallelErrorHandler.h"
 #include "machine/ServerHost.h"
+#include "machine/StandardStreamManager.h"
 #include "neo/EventTracker.h"
 #include "neo/InternalError.h"
 #include "neo/NonRecoverableError.h"
@@ -104,6 +105,7 @@ ExitStatus Machine::main(int argc, char** argv) {
     startParallelErrorHandler();
     installWorkerErrorHandler();
     recordDesignFlags(argc, argv);
+    startConsole();
     dispatchRole(argc, argv, consumed);
     takeDown();
     return machine.getExitStatus();
@@ -269,6 +271,7 @@ void Machine::takeDown() {
     EventTracker::reset();
     SingletonCleaner::reset();
     stopCommunicators();
+    stopConsole();
 }
 
 void Machine::stopCommunicators() {
@@ -277,6 +280,28 @@ void Machine::stopCommunicators() {
         return;
     _globalComm.reset();
     MpiCore::finalize();
+}
+
+// A manager that exists already was made by "-slavelogs" over its directory.
+void Machine::startConsole() {
+    Machine& machine = getSingleton();
+    if (!machine._standardStreamManager) {
+        machine._standardStreamManager =
+            std::make_unique<StandardStreamManager>(machine.getTemporaryDirectory(), false);
+        return;
+    }
+    if (_serialParallelMode == Slave)
+        machine._standardStreamManager->redirectOriginalStreamsToFile();
+}
+
+void Machine::stopConsole() {
+    std::fflush(stdout);
+    getSingleton()._standardStreamManager.reset();
+}
+
+StandardStreamManager& Machine::getStandardStreamManager() {
+    TOLM_ASSERT(_standardStreamManager, "StandardStreamManager is NULL");
+    return *_standardStreamManager;
 }
 
 Communicator* Machine::globalCommunicator() {

@@ -14,6 +14,7 @@ class Error;
 class ParallelErrorHandler;
 class MachineHost;
 class ServerHost;
+class StandardStreamManager;
 
 // The one object that turns the processes of a job into a parallel machine: a master (rank 0)
 // and slaves, or one serial process. Every server process enters through `main`, which starts
@@ -71,6 +72,14 @@ class Machine {
     static void parseCommonArgvs(int argc, char** argv, ArgumentMap& consumed);
     // Take-down of what startCommunicators built: the global communicator, then MPI.
     static void stopCommunicators();
+    // Where this process's standard output and error go for the rest of the run: a slave of a
+    // run given "-slavelogs DIR" sends both to its log files in DIR; every other process, and
+    // every slave of a run without the option, keeps them where the launcher put them.
+    static void startConsole();
+    // Flushes standard output and destroys the stream manager, dropping its redirections.
+    static void stopConsole();
+    // InternalError "StandardStreamManager is NULL" outside startConsole..stopConsole.
+    StandardStreamManager& getStandardStreamManager();
 
     // Hosts and binding. The host map; InternalError "Host is not enabled" before it is built.
     static MachineHost& getHost();
@@ -208,6 +217,7 @@ class Machine {
     bool _temporaryDirectorySet = false;
     std::wstring _temporaryDirectory;
     bool _analyticsOff = false;
+    std::unique_ptr<StandardStreamManager> _standardStreamManager;
     bool _parallelIo = false;
     std::unique_ptr<OnExitObservable> _onExitObservable;
     bool _designStudy = false;

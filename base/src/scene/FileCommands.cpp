@@ -1,0 +1,217 @@
+#include "scene/FileCommands.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+#include "machine/Communicator.h"
+#include "machine/InputFileStream.h"
+#include "machine/Machine.h"
+#include "machine/MessageLimits.h"
+#include "machine/ParallelFile.h"
+#include "neo/Controller.h"
+#include "neo/Error.h"
+#include "platform/FileSystem.h"
+#include "platform/Platform.h"
+#include "platform/StringHelper.h"
+#include "platform/SystemErrors.h"
+
+namespace tolm {
+namespace {
+
+constexpr std::uint64_t valueBytes = sizeof(double);
+
+// The value at `index` of the field: distinct at every position, so that a block in the wrong
+// place or a hole cannot pass for the field.
+double fieldValue(std::uint64_t index) {
+    return double(index) * 0.5 + 0.25;
+}
+
+[[noreturn]] void fail(const std::string& message) {
+    throw Error(message, 1);
+}
+
+Communicator& jobCommunicator(const char* command) {
+    if (Machine::isSerial())
+        fail(std::string(command) + " needs MPI: start the server under mpiexec, without -s");
+    return *Machine::globalCommunicator();
+}
+
+// Whether any process brings a failure; collective.
+bool anyFailed(Communicator& world, const std::string& failure) {
+    int failed = failure.empty() ? 0 : 1;
+    world.allReduce(failed, QMX_MPI_MAX);
+    return failed != 0;
+}
+
+void removeOnMaster(const std::string& path) {
+    if (Machine::isMaster())
+        Platform::filesystem().removeFile(path);
+}
+
+// The processes that failed raise their own message; the others return with nothing to say.
+void raiseIfFailed(const std::string& failure) {
+    if (!failure.empty())
+        fail(failure);
+}
+
+std::string openFailure(const std::string& path, const char* purpose, const ParallelFile& file) {
+    return "Cannot open the field file " + path + " for " + purpose + ": " +
+           ParallelFile::getErrorStr(file.openError());
+}
+
+ParallelFile::View viewOf(std::vector<double>& values) {
+    return {values.data(), MessageLimits::toUnsigned(values.size()), QMX_MPI_DOUBLE,
+            unsigned(valueBytes)};
+}
+
+// "" when `values`, read from the field's value `first` on, hold the field.
+std::string checkValues(const std::string& path, const std::vector<double>& values,
+                        std::uint64_t first) {
+    for (std::uint64_t i = 0; i < values.size(); ++i) {
+        if (values[i] != fieldValue(first + i)) {
+            return "The field file " + path + " does not read back as written: value " +
+                   std::to_string(first + i) + " differs (is the disk full?)";
+        }
+    }
+    return {};
+}
+
+std::string writeBlock(Communicator& world, const std::string& path, std::uint64_t perRank) {
+    ParallelFile file(world, StringHelper::decode(path), QMX_MPI_MODE_CREATE | QMX_MPI_MODE_WRONLY);
+    if (!file.isOpen())
+        return openFailure(path, "writing", file);
+    const std::uint64_t first = world.myRank() * perRank;
+    std::vector<double> values(perRank);
+    for (std::uint64_t i = 0; i < perRank; ++i)
+        values[i] = fieldValue(first + i);
+    const int code = file.writeAt(std::int64_t(first * valueBytes), viewOf(values));
+    if (code != 0)
+        return "Writing the field file " + path + " failed: " + ParallelFile::getErrorStr(code);
+    return {};
+}
+
+// Reads `count` values from value `first` on, of which the first `expected` must be the
+// field's (the rest lie beyond the end of the file); every process passes the same count.
+std::string readBlock(Communicator& world, const std::string& path, std::uint64_t first,
+                      std::uint64_t count, std::uint64_t expected) {
+    ParallelFile file(world, StringHelper::decode(path), QMX_MPI_MODE_RDONLY);
+    if (!file.isOpen())
+        return openFailure(path, "reading", file);
+    std::vector<double> values(count, -1.0);  // -1 is no value of the field
+    file.readAtAll(std::int64_t(first * valueBytes), viewOf(values));
+    values.resize(expected);
+    return checkValues(path, values, first);
+}
+
+void writeField(const Properties& command, Properties& response) {
+    Communicator& world = jobCommunicator("WriteField");
+    const auto path = command.get<std::string>("filename");
+    const auto perRank = command.get<std::int64_t>("valuesPerRank");
+    if (perRank < 0 || std::uint64_t(perRank) > MessageLimits::maxUnsignedCount)
+        fail("\"valuesPerRank\" must lie in 0..4294967295");
+    removeOnMaster(path);  // a longer file of an earlier run would keep its tail
+    world.synchronise();
+    std::string failure = writeBlock(world, path, std::uint64_t(perRank));
+    if (!anyFailed(world, failure)) {
+        const std::uint64_t neighbour = (world.myRank() + 1) % world.size();
+        failure = readBlock(world, path, neighbour * perRank, perRank, perRank);
+    }
+    if (anyFailed(world, failure)) {
+        removeOnMaster(path);
+        raiseIfFailed(failure);
+        return;
+    }
+    const std::uint64_t values = std::uint64_t(perRank) * world.size();
+    response.set("filename", path);
+    response.set("values", values);
+    response.set("bytes", values * valueBytes);
+}
+
+void readField(const Properties& command, Properties& response) {
+    Communicator& world = jobCommunicator("ReadField");
+    const auto path = command.get<std::string>("filename");
+    std::uint64_t bytes = 0;
+    {
+        ParallelFile file(world, StringHelper::decode(path), QMX_MPI_MODE_RDONLY);
+        if (!file.isOpen())
+            fail(openFailure(path, "reading", file));
+        bytes = file.getFileSize();
+    }
+    if (bytes % valueBytes != 0) {
+        fail(path + " is not a field file: its " + std::to_string(bytes) +
+             " bytes are no whole number of values");
+    }
+    const std::uint64_t values = bytes / valueBytes;
+    const std::uint64_t share = (values + world.size() - 1) / world.size();
+    const std::uint64_t first = std::min(values, world.myRank() * share);
+    const std::string failure =
+        readBlock(world, path, first, share, std::min(share, values - first));
+    if (anyFailed(world, failure))
+        raiseIfFailed(failure);
+    response.set("filename", path);
+    response.set("values", values);
+    response.set("bytes", bytes);
+}
+
+// Why `path` cannot be read, in the system's words.
+std::string whyUnreadable(const std::string& path) {
+    std::FILE* file = std::fopen(path.c_str(), "rb");
+    if (!file)
+        return Platform::error().lastErrorText();
+    std::fclose(file);
+    return "it could not be opened as a stream";
+}
+
+Properties readStateEntries(InputFileStream& state, const std::string& path) {
+    std::string magic;
+    int version = 0;
+    state >> magic >> version;
+    if (!state || magic != "TolmState" || version != 1)
+        fail(path + " is not a state file: it does not begin with \"TolmState 1\"");
+    Properties entries;
+    for (;;) {
+        std::string key;
+        if (!(state >> key))
+            break;
+        std::string value;
+        if (!(state >> value))
+            fail("The state file " + path + " ends without a value for \"" + key + "\"");
+        entries.set(key, value);
+    }
+    if (state.bad())
+        fail("Reading the state file " + path + " failed");
+    return entries;
+}
+
+// Whether every process holds the same `entries` (collective in a parallel run).
+bool ranksAgree(const Properties& entries) {
+    if (Machine::isSerial())
+        return true;
+    std::vector<std::string> all;
+    Machine::globalCommunicator()->gather(entries.toString(), all, Communicator::masterRank());
+    return std::all_of(all.begin(), all.end(),
+                       [&all](const std::string& text) { return text == all.front(); });
+}
+
+void restoreState(const Properties& command, Properties& response) {
+    const auto path = command.get<std::string>("filename");
+    InputFileStream state;
+    state.setBroadcastFlag(true);
+    if (!state.open(path.c_str()))
+        fail("Cannot open the state file " + path + ": " + whyUnreadable(path));
+    const Properties entries = readStateEntries(state, path);
+    response.set("filename", path);
+    response.setChild("entries", entries);
+    response.set("ranksAgree", ranksAgree(entries));
+}
+
+}  // namespace
+
+void registerFileCommands(Controller& controller) {
+    controller.registerCommand("WriteField", writeField);
+    controller.registerCommand("ReadField", readField);
+    controller.registerCommand("RestoreState", restoreState);
+}
+
+}  // namespace tolm
