@@ -1,5 +1,6 @@
 #include "machine/Machine.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -17,6 +18,7 @@
 #include "machine/OptionError.h"
 #include "machine/ParallelErrorHandler.h"
 #include "machine/ServerHost.h"
+#include "machine/ShmemGroups.h"
 #include "neo/EventTracker.h"
 #include "neo/InternalError.h"
 #include "neo/NonRecoverableError.h"
@@ -52,6 +54,8 @@ bool Machine::_isProxySessionDaemon = false;
 std::uint32_t Machine::_performanceCriticalLock = 0;
 std::uint32_t Machine::_serialCriticalLock = 0;
 std::unique_ptr<Communicator> Machine::_globalComm;
+std::unique_ptr<Communicator> Machine::_shmemComm[numberOfShmemScopes];
+std::unique_ptr<Communicator> Machine::_sparseComm[numberOfShmemScopes];
 std::unique_ptr<MachineHost> Machine::_host;
 std::unique_ptr<ServerHost> Machine::_serverHost;
 
@@ -98,6 +102,8 @@ ExitStatus Machine::main(int argc, char** argv) {
     parseCommonArgvs(argc, argv, consumed);
     installTerminateHandler();
     bindProcessors(consumed);
+    if (!isSerial())
+        buildShmemCommunicators();
     SynchronizedDynamicLoader::nonStateLoad("TolmScene");
     startParallelErrorHandler();
     installWorkerErrorHandler();
@@ -266,8 +272,95 @@ void Machine::stopCommunicators() {
     _host.reset();
     if (isSerial())
         return;
+    for (unsigned scope = 0; scope < numberOfShmemScopes; ++scope) {
+        // Each slot is empty before its communicator goes, as for the host map.
+        std::unique_ptr<Communicator>(_shmemComm[scope].release()).reset();
+        std::unique_ptr<Communicator>(_sparseComm[scope].release()).reset();
+    }
     _globalComm.reset();
     MpiCore::finalize();
+}
+
+void Machine::buildShmemCommunicators() {
+    TOLM_ASSERT(_host, "host not built yet");
+    Communicator& world = *globalCommunicator();
+    if (MpiCore::hasMpiSharedMemory()) {
+        _shmemComm[HOST_SCOPE] = world.createSharedMemCommunicators();
+    } else {
+        // Without MPI shared memory the host's processes still get their communicator.
+        std::vector<unsigned> ranks;
+        _host->getMpiRanks(ranks);
+        std::sort(ranks.begin(), ranks.end());
+        _shmemComm[HOST_SCOPE] = world.createCommunicator(ranks);
+    }
+    buildScopeCommunicator(SOCKET_SCOPE);
+    buildScopeCommunicator(NUMA_SCOPE);
+    buildSparseCommunicators();
+}
+
+void Machine::buildScopeCommunicator(ShmemScope scope) {
+    TOLM_ASSERT(scope == SOCKET_SCOPE || scope == NUMA_SCOPE,
+                "Can only create socket or NUMA node scope communicators.");
+    const bool sockets = scope == SOCKET_SCOPE;
+    const CpuTopology& topology = _host->getCpuTopology();
+    const AffinityMask mine = Affinity::getProcessAffinity(topology);
+    const std::vector<unsigned> units =
+        sockets ? topology.getSocketsFromMask(mine) : topology.getNumaNodesFromMask(mine);
+    Communicator& hostComm = *_shmemComm[HOST_SCOPE];
+    std::vector<unsigned> counts;
+    hostComm.allGather(static_cast<unsigned>(units.size()), counts);
+    std::vector<unsigned> displacements;
+    hostComm.getDefaultDisplacements(counts, displacements);
+    std::vector<unsigned> all(displacements.back() + counts.back());
+    hostComm.allGatherVector(units.data(), counts[hostComm.myRank()], all.data(), counts, {});
+    ShmemGroups::UnitLists lists(counts.size());
+    for (unsigned rank = 0; rank < counts.size(); ++rank) {
+        const auto first = all.begin() + displacements[rank];
+        lists[rank].assign(first, first + counts[rank]);
+    }
+    unsigned numberOfUnits = 0;
+    if (ShmemGroups::anySpansSeveral(lists)) {
+        const AffinityMask hostAffinity = _host->getHostAffinity();  // collective over the host
+        numberOfUnits = static_cast<unsigned>(sockets
+                                                  ? topology.getSocketsFromMask(hostAffinity).size()
+                                                  : topology.getNumaNodesFromMask(hostAffinity).size());
+        if (numberOfUnits == 0)
+            numberOfUnits = sockets ? topology.getNumberSockets() : topology.getNumberNumaNodes();
+    }
+    _shmemComm[scope] = hostComm.createCommunicator(
+        ShmemGroups::membersOf(hostComm.myRank(), lists, numberOfUnits));
+}
+
+// The first process of every group of every scope: one flag word per process tells the others
+// which groups it leads.
+void Machine::buildSparseCommunicators() {
+    Communicator& world = *globalCommunicator();
+    unsigned leads = 0;
+    for (unsigned scope = 0; scope < numberOfShmemScopes; ++scope) {
+        if (_shmemComm[scope]->myRank() == 0)
+            leads |= 1u << scope;
+    }
+    std::vector<unsigned> everyone;
+    world.allGather(leads, everyone);
+    for (unsigned scope = 0; scope < numberOfShmemScopes; ++scope) {
+        std::vector<unsigned> leaders;
+        for (unsigned rank = 0; rank < everyone.size(); ++rank) {
+            if (everyone[rank] >> scope & 1u)
+                leaders.push_back(rank);
+        }
+        _sparseComm[scope] = world.createCommunicator(leaders);
+    }
+}
+
+Communicator& Machine::sharedMemCommunicator(ShmemScope scope) {
+    TOLM_ASSERT(isParallel(), "Attempt to access sharedMemCommunicator in serial");
+    TOLM_ASSERT(_shmemComm[scope], "Shared-memory communicators have not been built");
+    return *_shmemComm[scope];
+}
+
+Communicator* Machine::hasSparseCommunicator(ShmemScope scope) {
+    TOLM_ASSERT(isParallel(), "Attempt to access sparse communicator in serial");
+    return _sparseComm[scope].get();
 }
 
 Communicator* Machine::globalCommunicator() {
