@@ -7,10 +7,9 @@
 #include <vector>
 
 #include "machine/ThreadPolicyBase.h"
+#include "platform/Thread.h"
 
 namespace tolm {
-
-class Thread;
 
 // The thread policy of hybrid operations: as many worker threads as the policy's thread count,
 // started at the first `run` and kept until the policy goes, so that an operation may run
