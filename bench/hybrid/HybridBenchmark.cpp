@@ -20,6 +20,7 @@
 #include "machine/Machine.h"
 #include "machine/MachineHost.h"
 #include "machine/ThreadPolicyBase.h"
+#include "../latency/LatencyBench.h"
 
 namespace tolm {
 namespace {
@@ -47,7 +48,8 @@ class ThreadedKernel : public HybridMpiThreadOperation {
         const unsigned threads = policy.getNumberThreads();
         std::vector<double> partial(threads);
         policy.run([&](unsigned thread) {
-            partial[thread] = kernel(totalWork * thread / threads, totalWork * (thread + 1) / threads);
+            partial[thread] =
+                kernel(totalWork * thread / threads, totalWork * (thread + 1) / threads);
         });
         result = 0.0;
         for (const double value : partial)
@@ -98,8 +100,8 @@ void run() {
     ThreadedKernel threaded;
     const double threads = bestOf([&] { HybridMpiThreadContext::execute(HOST_SCOPE, threaded); });
     const bool leader = Machine::hasSparseCommunicator(HOST_SCOPE) != nullptr;
-    const double hybridWait = waitingCoreShare(
-        [&] { HybridMpiThreadContext::execute(HOST_SCOPE, threaded); }, !leader);
+    const double hybridWait =
+        waitingCoreShare([&] { HybridMpiThreadContext::execute(HOST_SCOPE, threaded); }, !leader);
     const double mpiWait = waitingCoreShare(
         [&] {
             if (rank == 0)
@@ -123,8 +125,7 @@ void run() {
 }  // namespace tolm
 
 int main(int argc, char** argv) {
-    tolm::Machine::ArgumentMap consumed;
-    tolm::Machine::startCommunicators(argc, argv, consumed);
+    tolm::bench::startMachine(argc, argv);
     tolm::Machine::getHost().bindProcesses();
     tolm::Machine::buildShmemCommunicators();
     tolm::run();

@@ -45,8 +45,8 @@ TEST_P(HybridServer, EveryScopeSumsTheWholeJobsValuesOnOneProcessPerGroup) {
 }
 
 TEST_P(HybridServer, ThreadBindingIsReportedUnderTheOperationsName) {
-    const auto result = runJob(GetParam(), {"-xthreadbindverbose"},
-                               "{\"command\":\"HybridReduce\",\"n\":10}\n");
+    const auto result =
+        runJob(GetParam(), {"-xthreadbindverbose"}, "{\"command\":\"HybridReduce\",\"n\":10}\n");
     ASSERT_EQ(result.exitCode, 0) << result.out << result.err;
     EXPECT_NE(result.out.find("Thread binding of tolm::(anonymous namespace)::HybridReduction "
                               "(host scope):\n  rank 0: thread 0 "),

@@ -321,9 +321,9 @@ void Machine::buildScopeCommunicator(ShmemScope scope) {
     unsigned numberOfUnits = 0;
     if (ShmemGroups::anySpansSeveral(lists)) {
         const AffinityMask hostAffinity = _host->getHostAffinity();  // collective over the host
-        numberOfUnits = static_cast<unsigned>(sockets
-                                                  ? topology.getSocketsFromMask(hostAffinity).size()
-                                                  : topology.getNumaNodesFromMask(hostAffinity).size());
+        numberOfUnits =
+            static_cast<unsigned>(sockets ? topology.getSocketsFromMask(hostAffinity).size()
+                                          : topology.getNumaNodesFromMask(hostAffinity).size());
         if (numberOfUnits == 0)
             numberOfUnits = sockets ? topology.getNumberSockets() : topology.getNumberNumaNodes();
     }

@@ -33,8 +33,8 @@ void WorkerThreadPolicy::run(const std::function<void(unsigned int thread)>& bod
 
 void WorkerThreadPolicy::start() {
     for (unsigned int thread = 0; thread < getNumberThreads(); ++thread) {
-        _workers.push_back(std::make_unique<Thread>(getConfiguration().threadName +
-                                                    std::to_string(thread)));
+        _workers.push_back(
+            std::make_unique<Thread>(getConfiguration().threadName + std::to_string(thread)));
         _workers.back()->start([this, thread] { work(thread); });
     }
 }

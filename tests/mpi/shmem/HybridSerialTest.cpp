@@ -88,8 +88,7 @@ TEST_F(SerialMachine, ScopeCommunicatorsAndFieldLoopsRefuse) {
 }
 
 TEST(ShmemCommunicatorsBeforeTheHost, BuildingThemNeedsTheHostMap) {
-    EXPECT_EQ(failureOf([] { Machine::buildShmemCommunicators(); }),
-              "host not built yet | _host");
+    EXPECT_EQ(failureOf([] { Machine::buildShmemCommunicators(); }), "host not built yet | _host");
 }
 
 // Its policy only exists while the context executes it.
