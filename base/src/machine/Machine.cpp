@@ -1,5 +1,6 @@
 #include "machine/Machine.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -18,6 +19,7 @@
 #include "machine/ParallelErrorHandler.h"
 #include "machine/ServerHost.h"
 #include "machine/StandardStreamManager.h"
+#include "machine/ShmemGroups.h"
 #include "neo/EventTracker.h"
 #include "neo/InternalError.h"
 #include "neo/NonRecoverableError.h"
@@ -54,6 +56,8 @@ bool Machine::_isProxySessionDaemon = false;
 std::uint32_t Machine::_performanceCriticalLock = 0;
 std::uint32_t Machine::_serialCriticalLock = 0;
 std::unique_ptr<Communicator> Machine::_globalComm;
+std::unique_ptr<Communicator> Machine::_shmemComm[numberOfShmemScopes];
+std::unique_ptr<Communicator> Machine::_sparseComm[numberOfShmemScopes];
 std::unique_ptr<MachineHost> Machine::_host;
 std::unique_ptr<ServerHost> Machine::_serverHost;
 
@@ -101,6 +105,8 @@ ExitStatus Machine::main(int argc, char** argv) {
     if (_printpids) printProcessId();
     installTerminateHandler();
     bindProcessors(consumed);
+    if (!isSerial())
+        buildShmemCommunicators();
     SynchronizedDynamicLoader::nonStateLoad("TolmScene");
     startParallelErrorHandler();
     installWorkerErrorHandler();
@@ -278,6 +284,11 @@ void Machine::stopCommunicators() {
     _host.reset();
     if (isSerial())
         return;
+    for (unsigned scope = 0; scope < numberOfShmemScopes; ++scope) {
+        // Each slot is empty before its communicator goes, as for the host map.
+        std::unique_ptr<Communicator>(_shmemComm[scope].release()).reset();
+        std::unique_ptr<Communicator>(_sparseComm[scope].release()).reset();
+    }
     _globalComm.reset();
     MpiCore::finalize();
 }
@@ -302,6 +313,88 @@ void Machine::stopConsole() {
 StandardStreamManager& Machine::getStandardStreamManager() {
     TOLM_ASSERT(_standardStreamManager, "StandardStreamManager is NULL");
     return *_standardStreamManager;
+}
+
+void Machine::buildShmemCommunicators() {
+    TOLM_ASSERT(_host, "host not built yet");
+    Communicator& world = *globalCommunicator();
+    if (MpiCore::hasMpiSharedMemory()) {
+        _shmemComm[HOST_SCOPE] = world.createSharedMemCommunicators();
+    } else {
+        // Without MPI shared memory the host's processes still get their communicator.
+        std::vector<unsigned> ranks;
+        _host->getMpiRanks(ranks);
+        std::sort(ranks.begin(), ranks.end());
+        _shmemComm[HOST_SCOPE] = world.createCommunicator(ranks);
+    }
+    buildScopeCommunicator(SOCKET_SCOPE);
+    buildScopeCommunicator(NUMA_SCOPE);
+    buildSparseCommunicators();
+}
+
+void Machine::buildScopeCommunicator(ShmemScope scope) {
+    TOLM_ASSERT(scope == SOCKET_SCOPE || scope == NUMA_SCOPE,
+                "Can only create socket or NUMA node scope communicators.");
+    const bool sockets = scope == SOCKET_SCOPE;
+    const CpuTopology& topology = _host->getCpuTopology();
+    const AffinityMask mine = Affinity::getProcessAffinity(topology);
+    const std::vector<unsigned> units =
+        sockets ? topology.getSocketsFromMask(mine) : topology.getNumaNodesFromMask(mine);
+    Communicator& hostComm = *_shmemComm[HOST_SCOPE];
+    std::vector<unsigned> counts;
+    hostComm.allGather(static_cast<unsigned>(units.size()), counts);
+    std::vector<unsigned> displacements;
+    hostComm.getDefaultDisplacements(counts, displacements);
+    std::vector<unsigned> all(displacements.back() + counts.back());
+    hostComm.allGatherVector(units.data(), counts[hostComm.myRank()], all.data(), counts, {});
+    ShmemGroups::UnitLists lists(counts.size());
+    for (unsigned rank = 0; rank < counts.size(); ++rank) {
+        const auto first = all.begin() + displacements[rank];
+        lists[rank].assign(first, first + counts[rank]);
+    }
+    unsigned numberOfUnits = 0;
+    if (ShmemGroups::anySpansSeveral(lists)) {
+        const AffinityMask hostAffinity = _host->getHostAffinity();  // collective over the host
+        numberOfUnits =
+            static_cast<unsigned>(sockets ? topology.getSocketsFromMask(hostAffinity).size()
+                                          : topology.getNumaNodesFromMask(hostAffinity).size());
+        if (numberOfUnits == 0)
+            numberOfUnits = sockets ? topology.getNumberSockets() : topology.getNumberNumaNodes();
+    }
+    _shmemComm[scope] = hostComm.createCommunicator(
+        ShmemGroups::membersOf(hostComm.myRank(), lists, numberOfUnits));
+}
+
+// The first process of every group of every scope: one flag word per process tells the others
+// which groups it leads.
+void Machine::buildSparseCommunicators() {
+    Communicator& world = *globalCommunicator();
+    unsigned leads = 0;
+    for (unsigned scope = 0; scope < numberOfShmemScopes; ++scope) {
+        if (_shmemComm[scope]->myRank() == 0)
+            leads |= 1u << scope;
+    }
+    std::vector<unsigned> everyone;
+    world.allGather(leads, everyone);
+    for (unsigned scope = 0; scope < numberOfShmemScopes; ++scope) {
+        std::vector<unsigned> leaders;
+        for (unsigned rank = 0; rank < everyone.size(); ++rank) {
+            if (everyone[rank] >> scope & 1u)
+                leaders.push_back(rank);
+        }
+        _sparseComm[scope] = world.createCommunicator(leaders);
+    }
+}
+
+Communicator& Machine::sharedMemCommunicator(ShmemScope scope) {
+    TOLM_ASSERT(isParallel(), "Attempt to access sharedMemCommunicator in serial");
+    TOLM_ASSERT(_shmemComm[scope], "Shared-memory communicators have not been built");
+    return *_shmemComm[scope];
+}
+
+Communicator* Machine::hasSparseCommunicator(ShmemScope scope) {
+    TOLM_ASSERT(isParallel(), "Attempt to access sparse communicator in serial");
+    return _sparseComm[scope].get();
 }
 
 Communicator* Machine::globalCommunicator() {
@@ -338,14 +431,20 @@ void Machine::abort(const ExitStatus& status) {
     uninstallTerminateHandler();
     Machine& machine = getSingleton();
     machine.updateExitStatus(status);
+    endJob();
+}
+
+void Machine::endJob() {
     std::fflush(stdout);
     std::fflush(stderr);
+    const ExitStatus status = getSingleton().getExitStatus();
     if (isParallel() && _globalComm) {
-        // No collective clean-up while the job fails: the communicator is let go, not freed.
-        Communicator* global = _globalComm.release();
-        global->abort(machine.getExitStatus());
+        // No collective clean-up while the job fails: communicators are let go, not freed.
+        for (auto& communicator : _shmemComm) static_cast<void>(communicator.release());
+        for (auto& communicator : _sparseComm) static_cast<void>(communicator.release());
+        _globalComm.release()->abort(status);
     }
-    std::exit(int(machine.getExitStatus()));
+    std::exit(int(status));
 }
 
 void Machine::startParallelErrorHandler() {
@@ -422,15 +521,9 @@ void Machine::endJobWith(const Error& error) {
             std::fprintf(stderr, "  %s\n", frame.c_str());
         }
     }
-    std::fflush(stderr);
     uninstallTerminateHandler();
-    Machine& machine = getSingleton();
-    machine.updateExitStatus(ExitStatus::NonRecoverableErrorCode);
-    if (isParallel() && _globalComm) {
-        Communicator* global = _globalComm.release();
-        global->abort(machine.getExitStatus());
-    }
-    std::exit(int(machine.getExitStatus()));
+    getSingleton().updateExitStatus(ExitStatus::NonRecoverableErrorCode);
+    endJob();
 }
 
 void Machine::installTerminateHandler() {

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "machine/ExitStatus.h"
+#include "machine/ShmemScope.h"
 #include "neo/Subject.h"
 
 namespace tolm {
@@ -36,6 +37,8 @@ class Machine {
     };
     enum class ServerType { Solver, Proxy, SessionDaemon };
     enum CpuBindingPolicy { Bandwidth = 0, Latency = 1, LeastLoad = 2 };
+    using ShmemScope = tolm::ShmemScope;
+    using enum ShmemScope;
     // Bits of _threadBindingAttributes.
     enum ThreadBindingAttribute : std::uint32_t {
         ThreadBindingOff = 1u,
@@ -70,7 +73,15 @@ class Machine {
     // Start-up steps, also callable on their own (tests, tools).
     static void startCommunicators(int argc, char** argv, ArgumentMap& consumed);
     static void parseCommonArgvs(int argc, char** argv, ArgumentMap& consumed);
-    // Take-down of what startCommunicators built: the global communicator, then MPI.
+    // Start-up step 6 of a parallel run: the shared-memory communicator of every scope and the
+    // sparse communicators over the first process of every shared-memory group. A process whose
+    // binding spans several sockets (NUMA nodes) of its host makes the host's processes share
+    // them out evenly by host rank; otherwise processes of one socket (node) belong together.
+    // Collective over the global communicator; InternalError "host not built yet" before the
+    // host map exists.
+    static void buildShmemCommunicators();
+    // Take-down of what startCommunicators and buildShmemCommunicators built: the host map,
+    // the scope communicators, the global communicator, then MPI.
     static void stopCommunicators();
     // Where this process's standard output and error go for the rest of the run: a slave of a
     // run given "-slavelogs DIR" sends both to its log files in DIR; every other process, and
@@ -80,6 +91,11 @@ class Machine {
     static void stopConsole();
     // InternalError "StandardStreamManager is NULL" outside startConsole..stopConsole.
     StandardStreamManager& getStandardStreamManager();
+    // The processes that share memory with this one within `scope`; InternalError in serial.
+    static Communicator& sharedMemCommunicator(ShmemScope scope);
+    // The first process of every shared-memory group of `scope`, on those processes; null on
+    // the others. InternalError in serial.
+    static Communicator* hasSparseCommunicator(ShmemScope scope);
 
     // Hosts and binding. The host map; InternalError "Host is not enabled" before it is built.
     static MachineHost& getHost();
@@ -173,6 +189,9 @@ class Machine {
     Machine();
     static void startMpi(int argc, char** argv, ArgumentMap& consumed);
     static void startHost();
+    // The socket or NUMA-node communicators, made from the host's shared-memory communicator.
+    static void buildScopeCommunicator(ShmemScope scope);
+    static void buildSparseCommunicators();
     // Start-up step 5: binds the processes and reports the binding (options in `consumed`).
     static void bindProcessors(const ArgumentMap& consumed);
     static void recordDesignFlags(int argc, char** argv);
@@ -185,6 +204,8 @@ class Machine {
     static void installWorkerErrorHandler();
     // Prints a non-recoverable error and ends the job with code 32.
     [[noreturn]] static void endJobWith(const Error& error);
+    // Ends the job with the run's status, through MPI in a parallel run.
+    [[noreturn]] static void endJob();
     static void recordExecutableLocation();
 
     static Machine* _singleton;
@@ -205,6 +226,8 @@ class Machine {
     static std::uint32_t _performanceCriticalLock;
     static std::uint32_t _serialCriticalLock;
     static std::unique_ptr<Communicator> _globalComm;
+    static std::unique_ptr<Communicator> _shmemComm[numberOfShmemScopes];
+    static std::unique_ptr<Communicator> _sparseComm[numberOfShmemScopes];
     static std::unique_ptr<MachineHost> _host;
     static std::unique_ptr<ServerHost> _serverHost;
 

@@ -2,6 +2,7 @@
 #include "neo/Controller.h"
 #include "scene/FaultCommands.h"
 #include "scene/FileCommands.h"
+#include "scene/HybridCommands.h"
 #include "scene/SceneCommands.h"
 #include "scene/SolveCommand.h"
 
@@ -11,4 +12,5 @@ extern "C" void tolmModuleInitialize() {
     tolm::registerFaultCommands(controller);
     tolm::registerSolveCommand(controller);
     tolm::registerFileCommands(controller);
+    tolm::registerHybridCommands(controller);
 }

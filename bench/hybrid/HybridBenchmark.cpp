@@ -1,0 +1,134 @@
+// The hybrid MPI/thread context against plain MPI, in one job of N ranks on one host:
+//   1. the same compute work split over N processes (barrier, work, barrier) and over N
+//      threads of one process (HybridMpiThreadContext, host scope); the threads should not be
+//      slower;
+//   2. the processor time the waiting processes use, as a share of one core: while the
+//      hybrid operation runs (they sleep in the context's barrier) and while one rank works
+//      and the others wait in MPI_Barrier (they poll).
+// Run by bench/run-all.sh under each MPI with 2 ranks.
+#include <ctime>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <vector>
+
+#include "machine/Communicator.h"
+#include "machine/HybridMachine.h"
+#include "machine/HybridMpiThreadContext.h"
+#include "machine/HybridMpiThreadOperation.h"
+#include "machine/Machine.h"
+#include "machine/MachineHost.h"
+#include "machine/ThreadPolicyBase.h"
+#include "../latency/LatencyBench.h"
+
+namespace tolm {
+namespace {
+
+constexpr unsigned long totalWork = 60'000'000;  // kernel steps of one measurement
+constexpr int repetitions = 5;
+
+double kernel(unsigned long first, unsigned long last) {
+    double sum = 0.0;
+    for (unsigned long i = first; i < last; ++i)
+        sum += std::sqrt(double(i));
+    return sum;
+}
+
+double cpuSeconds() {
+    timespec now{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return double(now.tv_sec) + 1e-9 * double(now.tv_nsec);
+}
+
+class ThreadedKernel : public HybridMpiThreadOperation {
+  public:
+    void execute(const HybridMachine&) override {
+        ThreadPolicyBase& policy = threadPolicy();
+        const unsigned threads = policy.getNumberThreads();
+        std::vector<double> partial(threads);
+        policy.run([&](unsigned thread) {
+            partial[thread] =
+                kernel(totalWork * thread / threads, totalWork * (thread + 1) / threads);
+        });
+        result = 0.0;
+        for (const double value : partial)
+            result += value;
+    }
+    double result = 0.0;
+};
+
+Communicator& world() {
+    return *Machine::globalCommunicator();
+}
+
+// Seconds of the slowest rank, best of the repetitions.
+template <typename Work>
+double bestOf(Work&& work) {
+    double best = 1e30;
+    for (int i = 0; i < repetitions; ++i) {
+        world().synchronise();
+        const double start = Machine::wallTime();
+        work();
+        double seconds = Machine::wallTime() - start;
+        world().allReduce(seconds, QMX_MPI_MAX);
+        best = std::min(best, seconds);
+    }
+    return best;
+}
+
+// The largest share of a core a waiting rank used while `work` ran.
+template <typename Work>
+double waitingCoreShare(Work&& work, bool waiting) {
+    world().synchronise();
+    const double cpu = cpuSeconds();
+    const double start = Machine::wallTime();
+    work();
+    double share = waiting ? (cpuSeconds() - cpu) / (Machine::wallTime() - start) : 0.0;
+    world().allReduce(share, QMX_MPI_MAX);
+    return share;
+}
+
+void run() {
+    const unsigned np = world().size();
+    const unsigned rank = world().myRank();
+    double check = 0.0;
+    const double processes = bestOf([&] {
+        check = kernel(totalWork * rank / np, totalWork * (rank + 1) / np);
+        world().synchronise();
+    });
+    ThreadedKernel threaded;
+    const double threads = bestOf([&] { HybridMpiThreadContext::execute(HOST_SCOPE, threaded); });
+    const bool leader = Machine::hasSparseCommunicator(HOST_SCOPE) != nullptr;
+    const double hybridWait =
+        waitingCoreShare([&] { HybridMpiThreadContext::execute(HOST_SCOPE, threaded); }, !leader);
+    const double mpiWait = waitingCoreShare(
+        [&] {
+            if (rank == 0)
+                check += kernel(0, totalWork / 2);
+            QMX_MPI_Barrier(world().handle());
+        },
+        rank != 0);
+    world().allReduce(check, QMX_MPI_SUM);
+    if (rank != 0)
+        return;
+    std::printf("hybrid MPI/thread execution, %u ranks on one host, %s (check %.6g %.6g)\n", np,
+                TOLM_BENCH_DRIVER, check, threaded.result);
+    std::printf("%-44s %12s %12s %8s\n", "measurement", "tolm", "raw MPI", "ratio");
+    std::printf("%-44s %11.4fs %11.4fs %8.3f\n", "same work: N threads (tolm) / N processes",
+                threads, processes, threads / processes);
+    std::printf("%-44s %11.2f%% %11.2f%% %8.3f\n", "waiting rank's core share (sleep / barrier)",
+                100.0 * hybridWait, 100.0 * mpiWait, mpiWait > 0 ? hybridWait / mpiWait : 0.0);
+}
+
+}  // namespace
+}  // namespace tolm
+
+int main(int argc, char** argv) {
+    tolm::bench::startMachine(argc, argv);
+    tolm::Machine::getHost().bindProcesses();
+    tolm::Machine::buildShmemCommunicators();
+    tolm::run();
+    tolm::Machine::stopCommunicators();
+    return 0;
+}
