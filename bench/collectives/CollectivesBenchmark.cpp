@@ -42,8 +42,8 @@ struct Size {
 };
 
 const Size sizes[] = {
-    {8, 20000, 31},    {KiB, 10000, 31}, {64 * KiB, 1000, 21},
-    {MiB, 50, 11},     {16 * MiB, 4, 7}, {largest, 1, 5},
+    {8, 20000, 31}, {KiB, 10000, 31}, {64 * KiB, 1000, 21},
+    {MiB, 50, 11},  {16 * MiB, 4, 7}, {largest, 1, 5},
 };
 
 void nativeBroadcast(std::uint64_t count, long iterations) {
@@ -84,8 +84,8 @@ struct Timings {
     std::vector<double> ratios;  // Communicator over native, within one round
 };
 
-Timings alternate(const Run& native, const Run& communicator, std::uint64_t count,
-                  long iterations, int rounds) {
+Timings alternate(const Run& native, const Run& communicator, std::uint64_t count, long iterations,
+                  int rounds) {
     Timings timings;
     native(count, 1);  // warm up both paths
     communicator(count, 1);
@@ -163,11 +163,13 @@ void measureSplitBroadcast() {
 }
 
 void printHeader(int size) {
-    std::printf("Communicator collectives: driver %s, %d ranks (doubles; all-reduce: sum, in "
-                "place)\n",
-                TOLM_BENCH_DRIVER, size);
-    std::printf("us per call: best round per side; comm/nat: of the best rounds; median: of "
-                "per-round comm/nat ratios\n");
+    std::printf(
+        "Communicator collectives: driver %s, %d ranks (doubles; all-reduce: sum, in "
+        "place)\n",
+        TOLM_BENCH_DRIVER, size);
+    std::printf(
+        "us per call: best round per side; comm/nat: of the best rounds; median: of "
+        "per-round comm/nat ratios\n");
     std::printf("%-10s %8s %9s %12s %12s %8s %8s\n", "operation", "size", "it.xrnd", "native",
                 "Comm.", "comm/nat", "median");
 }
