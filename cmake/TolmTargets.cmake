@@ -12,6 +12,16 @@ if(TOLM_SANITIZE)
     target_compile_options(tolm_build_options INTERFACE
         -fsanitize=${TOLM_SANITIZE} -fno-omit-frame-pointer)
     target_link_options(tolm_build_options INTERFACE -fsanitize=${TOLM_SANITIZE})
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        # clang links its sanitizer runtime statically into executables only; the shared
+        # libraries (linked with --no-undefined) need it as a shared library, as GCC does,
+        # found where clang keeps it.
+        execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libclang_rt.asan-x86_64.so
+            OUTPUT_VARIABLE _tolm_asan_runtime OUTPUT_STRIP_TRAILING_WHITESPACE)
+        get_filename_component(_tolm_sanitizer_dir ${_tolm_asan_runtime} DIRECTORY)
+        target_link_options(tolm_build_options INTERFACE
+            -shared-libsan -Wl,-rpath,${_tolm_sanitizer_dir})
+    endif()
 endif()
 install(TARGETS tolm_build_options EXPORT TolmMachineTargets)
 

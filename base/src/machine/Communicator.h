@@ -33,13 +33,13 @@ class Communicator {
     // A message tag: below the wrapper's upper bound, or MpiCore::ANY_TAG when receiving.
     class Tag {
       public:
-        Tag() = default;
+        Tag() : _tag(0) {}
         explicit Tag(int tag);
         int value() const { return _tag; }
         static int upper_bound();
 
       private:
-        int _tag = 0;
+        int _tag;
     };
 
     // Told of every MPI call a communicator makes: the operation's name and byte count before

@@ -38,7 +38,9 @@ class Machine {
     enum class ServerType { Solver, Proxy, SessionDaemon };
     enum CpuBindingPolicy { Bandwidth = 0, Latency = 1, LeastLoad = 2 };
     using ShmemScope = tolm::ShmemScope;
-    using enum ShmemScope;
+    static constexpr ShmemScope NUMA_SCOPE = tolm::NUMA_SCOPE;
+    static constexpr ShmemScope SOCKET_SCOPE = tolm::SOCKET_SCOPE;
+    static constexpr ShmemScope HOST_SCOPE = tolm::HOST_SCOPE;
     // Bits of _threadBindingAttributes.
     enum ThreadBindingAttribute : std::uint32_t {
         ThreadBindingOff = 1u,
