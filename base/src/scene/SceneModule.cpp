@@ -1,6 +1,7 @@
 // Entry point of the TolmScene module, which the machine loads at start-up on every process.
 #include "neo/Controller.h"
 #include "scene/FaultCommands.h"
+#include "scene/MemoryCommands.h"
 #include "scene/SceneCommands.h"
 #include "scene/SolveCommand.h"
 
@@ -9,4 +10,5 @@ extern "C" void tolmModuleInitialize() {
     tolm::registerSceneCommands(controller);
     tolm::registerFaultCommands(controller);
     tolm::registerSolveCommand(controller);
+    tolm::registerMemoryCommands(controller);
 }
