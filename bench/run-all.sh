@@ -22,3 +22,4 @@ for driver in openmpi4 mpich2; do
 done
 [[ $found -eq 1 ]] || { echo "no benchmarks in $bin (TOLM_BUILD_BENCH off?)" >&2; exit 1; }
 echo "== tolm-bench-startup" && "$bin/tolm-bench-startup" "$bin"
+echo && echo "== tolm-bench-monitor" && "$bin/tolm-bench-monitor"
