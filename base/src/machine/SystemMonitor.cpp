@@ -129,7 +129,8 @@ void SystemMonitor::setYieldTime(unsigned int const& ms) {
 void SystemMonitor::resetPeak() {
     std::lock_guard lock(_mutex);
     _peak.fill(0);
-    if (_gate)
+    // An unposted gate is kept: its waiters also want the next sample, which follows the reset.
+    if (_gate && _gate->isPosted())
         _gate = std::make_shared<FirstSampleGate>();
 }
 
@@ -188,20 +189,17 @@ bool SystemMonitor::sampleMemoryUse() {
     sample[VirtualHwm] = std::int64_t(usage.virtualPeakBytes);
     sample[ResidentHwm] = std::int64_t(usage.residentPeakBytes);
     sample[AdjustedVirtual] = sample[Virtual] - (_firstOnHost ? 0 : sample[Lib]);
-    std::shared_ptr<FirstSampleGate> gate;
-    {
-        std::lock_guard lock(_mutex);
-        _current = sample;
-        for (std::size_t i = 0; i < numberMetrics; ++i)
-            _peak[i] = std::max(_peak[i], sample[i]);
-        if (_recording) {
-            _historyTimes.push_back(_recordingClock.getWallTime());
-            _historyValues.push_back(sample);
-        }
-        gate = _gate;
+    std::lock_guard lock(_mutex);
+    _current = sample;
+    for (std::size_t i = 0; i < numberMetrics; ++i)
+        _peak[i] = std::max(_peak[i], sample[i]);
+    if (_recording) {
+        _historyTimes.push_back(_recordingClock.getWallTime());
+        _historyValues.push_back(sample);
     }
-    if (gate)
-        gate->post();
+    // Under the monitor's lock, so that resetPeak sees the gate as this sample left it.
+    if (_gate)
+        _gate->post();
     return true;
 }
 
