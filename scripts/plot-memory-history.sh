@@ -36,7 +36,7 @@ gnuplot -e "terminal='$terminal'" - <<GNUPLOT
 set terminal @terminal
 set output '$plot'
 set datafile separator ','
-set key top left
+set key bottom right
 set grid
 set title "$title"
 set xlabel 'time of the recording (s)'
