@@ -27,8 +27,8 @@ namespace {
 
 using Metric = SystemMonitor::MemoryMetric;
 constexpr std::int64_t MiB = 1 << 20;
-constexpr Metric allMetrics[] = {SystemMonitor::Virtual,    SystemMonitor::Resident,
-                                 SystemMonitor::Lib,        SystemMonitor::VirtualHwm,
+constexpr Metric allMetrics[] = {SystemMonitor::Virtual,     SystemMonitor::Resident,
+                                 SystemMonitor::Lib,         SystemMonitor::VirtualHwm,
                                  SystemMonitor::ResidentHwm, SystemMonitor::AdjustedVirtual};
 
 // Memory of `bytes` with every page written, so that all of it is resident.
@@ -233,9 +233,8 @@ TEST(MemoryHistoryExport, AHistoryHoldsItsLatestSampleAtEachLine) {
         << "the first sample stands in before it";
     EXPECT_EQ(problem, none);
 
-    MemoryHistoryExport::resample({0.0, 0.021, 0.039},
-                                  {sampleOf(10), sampleOf(20), sampleOf(30)}, grid, 0.015,
-                                  problem);
+    MemoryHistoryExport::resample({0.0, 0.021, 0.039}, {sampleOf(10), sampleOf(20), sampleOf(30)},
+                                  grid, 0.015, problem);
     EXPECT_DOUBLE_EQ(problem, 0.02) << "0.02 takes the sample of 0.0";
     problem = none;
     const auto empty = MemoryHistoryExport::resample({}, {}, grid, 1.0, problem);
@@ -278,9 +277,11 @@ TEST_F(MachineSystemMonitor, TheOptionEnablesItWithItsSamplingPeriodInSeconds) {
 }
 
 TEST_F(MachineSystemMonitor, PeriodsAreWholeMillisecondsAndNonsenseMeansTheDefault) {
-    const std::pair<float, unsigned> cases[] = {
-        {0.25f, 250u}, {0.0004f, 1u}, {0.0f, 20u}, {-1.0f, 20u},
-        {std::numeric_limits<float>::quiet_NaN(), 20u}};
+    const std::pair<float, unsigned> cases[] = {{0.25f, 250u},
+                                                {0.0004f, 1u},
+                                                {0.0f, 20u},
+                                                {-1.0f, 20u},
+                                                {std::numeric_limits<float>::quiet_NaN(), 20u}};
     for (const auto& [seconds, milliseconds] : cases) {
         Machine::enableSystemMonitor(true, seconds);
         EXPECT_EQ(Machine::getSystemMonitor().getYieldTime(), milliseconds) << seconds;

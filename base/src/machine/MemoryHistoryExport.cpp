@@ -86,9 +86,10 @@ void MemoryHistoryExport::exportJob(const std::vector<double>& times,
     std::fflush(stdout);
     write(fileName, grid, sums);
     if (problem != none) {
-        std::printf("Error detected at time %.3f: a process has no sample within %.3f s of it; "
-                    "its nearest sample stands in from there on\n",
-                    problem, stalenessLimit(grid.step));
+        std::printf(
+            "Error detected at time %.3f: a process has no sample within %.3f s of it; "
+            "its nearest sample stands in from there on\n",
+            problem, stalenessLimit(grid.step));
         std::fflush(stdout);
     }
 }

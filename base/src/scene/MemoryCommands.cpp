@@ -20,9 +20,10 @@ using Figures = std::vector<std::int64_t>;  // current values, then peaks: 2 x w
 
 SystemMonitor& monitor() {
     if (!Machine::hasSystemMonitor()) {
-        throw Error("The memory monitor is not enabled: start the server with -memorymonitor "
-                    "SECONDS",
-                    1);
+        throw Error(
+            "The memory monitor is not enabled: start the server with -memorymonitor "
+            "SECONDS",
+            1);
     }
     return Machine::getSystemMonitor();
 }

@@ -24,8 +24,8 @@ using namespace hostmaptest;
 using Metric = SystemMonitor::MemoryMetric;
 using Values = std::vector<std::int64_t>;
 constexpr std::int64_t MiB = 1 << 20;
-constexpr Metric allMetrics[] = {SystemMonitor::Virtual,    SystemMonitor::Resident,
-                                 SystemMonitor::Lib,        SystemMonitor::VirtualHwm,
+constexpr Metric allMetrics[] = {SystemMonitor::Virtual,     SystemMonitor::Resident,
+                                 SystemMonitor::Lib,         SystemMonitor::VirtualHwm,
                                  SystemMonitor::ResidentHwm, SystemMonitor::AdjustedVirtual};
 
 unsigned myRank() {
@@ -63,9 +63,9 @@ std::int64_t hostSumOf(const Values& byRank, unsigned rank) {
 }
 
 // Checks every host and job figure of one metric against the ranks' own values.
-void expectFiguresAgree(const Values& byRank, std::int64_t host, std::int64_t sum,
-                        std::int64_t max, std::int64_t min, std::int64_t maxHost,
-                        std::int64_t minHost, const char* what) {
+void expectFiguresAgree(const Values& byRank, std::int64_t host, std::int64_t sum, std::int64_t max,
+                        std::int64_t min, std::int64_t maxHost, std::int64_t minHost,
+                        const char* what) {
     Values hostSums;
     for (unsigned rank = 0; rank < byRank.size(); ++rank)
         hostSums.push_back(hostSumOf(byRank, rank));
