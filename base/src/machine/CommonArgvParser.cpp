@@ -118,6 +118,8 @@ std::vector<CommonArgvParser::Option> CommonArgvParser::makeOptions() {
          [](char** v) { RendererConfig::setNumRenderThreads(std::atoi(v[0])); }},
         {"-rgraphics", 1, "Missing -rgraphics arg", entered,
          [this](char** v) { applyRendererGraphics(v[0]); }},
+        {"-memorymonitor", 1, "Missing -memorymonitor arg", entered,
+         [](char** v) { Machine::enableSystemMonitor(true, std::strtof(v[0], nullptr)); }},
     };
 }
 

@@ -1,6 +1,7 @@
 #include "machine/Machine.h"
 
 #include <algorithm>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -20,6 +21,7 @@
 #include "machine/ServerHost.h"
 #include "machine/StandardStreamManager.h"
 #include "machine/ShmemGroups.h"
+#include "machine/SystemMonitor.h"
 #include "neo/EventTracker.h"
 #include "neo/InternalError.h"
 #include "neo/NonRecoverableError.h"
@@ -60,6 +62,7 @@ std::unique_ptr<Communicator> Machine::_shmemComm[numberOfShmemScopes];
 std::unique_ptr<Communicator> Machine::_sparseComm[numberOfShmemScopes];
 std::unique_ptr<MachineHost> Machine::_host;
 std::unique_ptr<ServerHost> Machine::_serverHost;
+std::unique_ptr<SystemMonitor> Machine::_systemMonitor;
 
 namespace {
 
@@ -109,6 +112,8 @@ ExitStatus Machine::main(int argc, char** argv) {
         buildShmemCommunicators();
     SynchronizedDynamicLoader::nonStateLoad("TolmScene");
     startParallelErrorHandler();
+    if (hasSystemMonitor())
+        _systemMonitor->start();
     installWorkerErrorHandler();
     recordDesignFlags(argc, argv);
     startConsole();
@@ -273,6 +278,7 @@ void Machine::startServerHost(int argc, char** argv, const ArgumentMap& consumed
 void Machine::takeDown() {
     getSingleton()._onExitObservable->notify();
     stopParallelErrorHandler();
+    _systemMonitor.reset();  // its thread asks the host map, which goes below
     CommandController::reset();
     EventTracker::reset();
     SingletonCleaner::reset();
@@ -400,6 +406,24 @@ Communicator* Machine::hasSparseCommunicator(ShmemScope scope) {
 Communicator* Machine::globalCommunicator() {
     TOLM_ASSERT(isParallel(), "Attempt to access GlobalCommunicator in serial");
     return _globalComm.get();
+}
+
+void Machine::enableSystemMonitor(bool enable, float samplingPeriod) {
+    if (!enable) {
+        _systemMonitor.reset();
+        return;
+    }
+    if (!_systemMonitor)
+        _systemMonitor = std::make_unique<SystemMonitor>();
+    unsigned int milliseconds = SystemMonitor::defaultYieldTime;
+    if (std::isfinite(samplingPeriod) && samplingPeriod > 0.0f)
+        milliseconds = unsigned(std::clamp(std::round(samplingPeriod * 1000.0), 1.0, 3.6e6));
+    _systemMonitor->setYieldTime(milliseconds);
+}
+
+SystemMonitor& Machine::getSystemMonitor() {
+    TOLM_ASSERT(hasSystemMonitor(), "The system monitor has not been enabled");
+    return *_systemMonitor;
 }
 
 void Machine::setTemporaryDirectory(const std::wstring& directory) {
@@ -551,6 +575,7 @@ double Machine::wallTime() {
 }
 
 void Machine::reset() {
+    _systemMonitor.reset();  // before the singleton it observes
     delete _singleton;
     _singleton = nullptr;
     _serialParallelMode = Serial;

@@ -16,6 +16,7 @@ class ParallelErrorHandler;
 class MachineHost;
 class ServerHost;
 class StandardStreamManager;
+class SystemMonitor;
 
 // The one object that turns the processes of a job into a parallel machine: a master (rank 0)
 // and slaves, or one serial process. Every server process enters through `main`, which starts
@@ -168,6 +169,16 @@ class Machine {
     static void uninstallTerminateHandler();
     OnExitObservable& getOnExitObservable();
 
+    // The memory monitor ("-memorymonitor SECONDS"). `enable` creates the monitor, sampling
+    // every `samplingPeriod` seconds (rounded to whole milliseconds, at least one; a period
+    // that is not a positive number means the default, 0.02 s), or, when false, stops and
+    // destroys it. `main` starts a monitor enabled during start-up; one enabled later is
+    // started by its caller. getSystemMonitor: InternalError "The system monitor has not been
+    // enabled" unless hasSystemMonitor().
+    static void enableSystemMonitor(bool enable, float samplingPeriod);
+    static SystemMonitor& getSystemMonitor();
+    static bool hasSystemMonitor() { return _systemMonitor != nullptr; }
+
     // Clock.
     static std::string getTime();
     static std::string getStartTime();
@@ -232,6 +243,7 @@ class Machine {
     static std::unique_ptr<Communicator> _sparseComm[numberOfShmemScopes];
     static std::unique_ptr<MachineHost> _host;
     static std::unique_ptr<ServerHost> _serverHost;
+    static std::unique_ptr<SystemMonitor> _systemMonitor;
 
     std::unique_ptr<ParallelErrorHandler> _parallelErrorHandler;
     ExitStatus _exitStatus;

@@ -3,6 +3,7 @@
 #include "scene/FaultCommands.h"
 #include "scene/FileCommands.h"
 #include "scene/HybridCommands.h"
+#include "scene/MemoryCommands.h"
 #include "scene/SceneCommands.h"
 #include "scene/SolveCommand.h"
 
@@ -13,4 +14,5 @@ extern "C" void tolmModuleInitialize() {
     tolm::registerSolveCommand(controller);
     tolm::registerFileCommands(controller);
     tolm::registerHybridCommands(controller);
+    tolm::registerMemoryCommands(controller);
 }

@@ -1,0 +1,88 @@
+// The memory monitor's commands in a real job: figures, recording and the history export.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <fstream>
+#include <string>
+
+#include "ServerJobs.h"
+
+namespace tolm {
+namespace {
+
+using test::Job;
+using test::responses;
+using test::runJob;
+
+std::string jobName(const testing::TestParamInfo<Job>& info) {
+    return test::jobName(info.param);
+}
+
+std::int64_t figure(const Properties& record, const char* kind, const char* metric) {
+    return record.getChild(kind).get<std::int64_t>(metric);
+}
+
+class MemoryServer : public testing::TestWithParam<Job> {};
+
+TEST_P(MemoryServer, ReportsTheJobsFiguresAndExportsTheRecordedHistory) {
+    const Job& job = GetParam();
+    const std::string history = "/tmp/tolm-memory-" + std::to_string(::getpid()) + "-" +
+                                std::to_string(job.ranks) + job.driver + ".csv";
+    const auto result = runJob(job, {"-memorymonitor", "0.005"},
+                               "{\"command\":\"MemoryUsage\"}\n"
+                               "{\"command\":\"StartMemoryRecording\"}\n"
+                               "{\"command\":\"Solve\",\"n\":128,\"iterations\":100}\n"
+                               "{\"command\":\"StopMemoryRecording\"}\n"
+                               "{\"command\":\"ExportMemoryHistory\",\"filename\":\"" +
+                                   history + "\"}\n");
+    ASSERT_EQ(result.exitCode, 0) << result.out << result.err;
+    const auto answers = responses(result.out);
+    ASSERT_EQ(answers.size(), 5u) << result.out;
+
+    const Properties& usage = answers[0];
+    const auto processes = usage.value()["processes"];
+    ASSERT_EQ(processes.size(), std::size_t(job.ranks)) << usage.toString();
+    std::int64_t resident = 0;
+    for (int rank = 0; rank < job.ranks; ++rank) {
+        const auto process = Properties::fromValue(processes[rank]);
+        EXPECT_EQ(process.get<int>("rank"), rank);
+        EXPECT_GE(figure(process, "peak", "resident"), figure(process, "current", "resident"));
+        resident += figure(process, "current", "resident");
+    }
+    const auto host = Properties::fromValue(usage.value()["hosts"][0]);
+    EXPECT_EQ(figure(host, "current", "resident"), resident) << "one host holds every rank";
+    const auto global = usage.getChild("global").getChild("current");
+    EXPECT_EQ(figure(global, "sum", "resident"), resident);
+    EXPECT_LE(figure(global, "min", "resident"), figure(global, "max", "resident"));
+    EXPECT_EQ(usage.get<std::string>("unit"), "bytes");
+
+    EXPECT_TRUE(answers[1].get<bool>("recording"));
+    EXPECT_FALSE(answers[3].get<bool>("recording"));
+    EXPECT_GT(answers[3].get<double>("time"), 0.0) << "the recording's length";
+    EXPECT_EQ(answers[4].get<std::string>("filename"), history);
+    EXPECT_NE(result.out.find("Exporting memory history to file : " + history), std::string::npos);
+    std::ifstream file(history);
+    std::string header;
+    std::getline(file, header);
+    EXPECT_EQ(header, "time,virtual,resident,lib,virtualhwm,residenthwm,adjusted_virtual");
+    std::string line;
+    EXPECT_TRUE(std::getline(file, line)) << "at least one sample";
+    std::remove(history.c_str());
+}
+
+TEST_P(MemoryServer, CommandsSayHowToEnableTheMonitor) {
+    const auto result = runJob(GetParam(), {}, "{\"command\":\"MemoryUsage\"}\n");
+    const auto answers = responses(result.out);
+    ASSERT_EQ(answers.size(), 1u) << result.out << result.err;
+    EXPECT_EQ(answers[0].get<std::string>("message"),
+              "The memory monitor is not enabled: start the server with -memorymonitor SECONDS");
+}
+
+INSTANTIATE_TEST_SUITE_P(BothMpis, MemoryServer,
+                         testing::Values(Job{"openmpi4", test::openMpi, "Open MPI", 2},
+                                         Job{"mpich2", test::mpich, "MPICH", 2}),
+                         jobName);
+
+}  // namespace
+}  // namespace tolm

@@ -1,0 +1,302 @@
+// The memory monitor in a serial run: its life cycle, the first-sample gate, recording and the
+// history export; the alignment of histories; the machine option that enables it.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstdio>
+#include <fstream>
+#include <limits>
+#include <memory>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "machine/Machine.h"
+#include "machine/MemoryHistoryExport.h"
+#include "machine/OptionError.h"
+#include "machine/SystemMonitor.h"
+#include "neo/Error.h"
+#include "neo/InternalError.h"
+#include "neo/SingletonCleaner.h"
+#include "support/Argv.h"
+
+namespace tolm {
+namespace {
+
+using Metric = SystemMonitor::MemoryMetric;
+constexpr std::int64_t MiB = 1 << 20;
+constexpr Metric allMetrics[] = {SystemMonitor::Virtual,     SystemMonitor::Resident,
+                                 SystemMonitor::Lib,         SystemMonitor::VirtualHwm,
+                                 SystemMonitor::ResidentHwm, SystemMonitor::AdjustedVirtual};
+
+// Memory of `bytes` with every page written, so that all of it is resident.
+std::unique_ptr<char[]> touchedBlock(std::int64_t bytes) {
+    std::unique_ptr<char[]> block(new char[std::size_t(bytes)]);
+    for (std::int64_t at = 0; at < bytes; at += 4096)
+        static_cast<volatile char*>(block.get())[at] = 1;
+    return block;
+}
+
+// A sample taken after this call: resetPeak makes the next reader wait for one.
+void awaitNewSample(SystemMonitor& monitor) {
+    monitor.resetPeak();
+    monitor.getProcessPeakMemory(SystemMonitor::Virtual);
+}
+
+std::vector<std::string> linesOf(const std::string& fileName) {
+    std::ifstream in(fileName);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);)
+        lines.push_back(line);
+    return lines;
+}
+
+std::vector<double> fieldsOf(const std::string& line) {
+    std::vector<double> fields;
+    std::istringstream in(line);
+    for (std::string field; std::getline(in, field, ',');)
+        fields.push_back(std::stod(field));
+    return fields;
+}
+
+class SystemMonitorTest : public ::testing::Test {
+  protected:
+    void TearDown() override {
+        monitor.stop();
+        std::remove(fileName.c_str());
+    }
+    SystemMonitor monitor;
+    std::string fileName = "monitor-test-" + std::to_string(::getpid()) + ".csv";
+};
+
+TEST_F(SystemMonitorTest, StopBeforeStartDoesNothingAndASecondStartFails) {
+    monitor.stop();
+    EXPECT_FALSE(monitor.running());
+    EXPECT_EQ(monitor.getProcessMemory(SystemMonitor::Resident), 0) << "no sample yet";
+
+    monitor.start();
+    EXPECT_TRUE(monitor.running());
+    try {
+        monitor.start();
+        ADD_FAILURE() << "a second start must fail";
+    } catch (const InternalError& error) {
+        EXPECT_EQ(error.getMessage(), "SystemMonitor is already running.");
+        EXPECT_EQ(error.getCondition(), "!running()");
+    }
+    monitor.stop();
+    EXPECT_FALSE(monitor.running());
+    monitor.stop();
+
+    monitor.start();  // the same thread object again
+    EXPECT_GT(monitor.getProcessMemory(SystemMonitor::Virtual), 0) << "waits for a sample";
+}
+
+TEST_F(SystemMonitorTest, ResetPeakWaitsForASampleTakenAfterIt) {
+    monitor.setYieldTime(2);
+    monitor.start();
+    const std::int64_t before = monitor.getProcessMemory(SystemMonitor::Resident);
+    ASSERT_GT(before, 0) << "the first reader waits for the first sample";
+    const auto block = touchedBlock(64 * MiB);
+
+    monitor.resetPeak();
+    const std::int64_t peak = monitor.getProcessPeakMemory(SystemMonitor::Resident);
+    EXPECT_GE(peak, before + 63 * MiB) << "a sample from before the reset, or none";
+    monitor.stop();
+    for (const Metric metric : allMetrics) {
+        EXPECT_GE(monitor.getProcessPeakMemory(metric), monitor.getProcessMemory(metric))
+            << SystemMonitor::metricName(metric);
+    }
+}
+
+TEST_F(SystemMonitorTest, SerialFiguresAreTheProcesssOwn) {
+    monitor.start();
+    monitor.getProcessMemory(SystemMonitor::Virtual);
+    monitor.stop();  // the sample stands still from here on
+    for (const Metric metric : allMetrics) {
+        const std::int64_t own = monitor.getProcessMemory(metric);
+        const std::int64_t peak = monitor.getProcessPeakMemory(metric);
+        EXPECT_EQ(monitor.getHostMemory(metric), own);
+        EXPECT_EQ(monitor.getGlobalAccumulatedMemory(metric), own);
+        EXPECT_EQ(monitor.getGlobalMaxProcessMemory(metric), own);
+        EXPECT_EQ(monitor.getGlobalMinProcessMemory(metric), own);
+        EXPECT_EQ(monitor.getGlobalMaxHostMemory(metric), own);
+        EXPECT_EQ(monitor.getGlobalMinHostMemory(metric), own);
+        EXPECT_EQ(monitor.getHostPeakMemory(metric), peak);
+        EXPECT_EQ(monitor.getGlobalAccumulatedPeakMemory(metric), peak);
+        EXPECT_EQ(monitor.getGlobalMaxHostPeakMemory(metric), peak);
+        EXPECT_EQ(monitor.getGlobalMinHostPeakMemory(metric), peak);
+    }
+    EXPECT_GT(monitor.getProcessMemory(SystemMonitor::Lib), 0);
+    EXPECT_GE(monitor.getProcessMemory(SystemMonitor::VirtualHwm),
+              monitor.getProcessMemory(SystemMonitor::Virtual));
+    EXPECT_EQ(monitor.getProcessMemory(SystemMonitor::AdjustedVirtual),
+              monitor.getProcessMemory(SystemMonitor::Virtual))
+        << "a serial process is the first of its host";
+}
+
+TEST_F(SystemMonitorTest, RecordingClockReadsZeroOutsideRecording) {
+    monitor.setYieldTime(1);
+    monitor.start();
+    EXPECT_EQ(monitor.getTime(), 0.0);
+    monitor.startRecording();
+    EXPECT_TRUE(monitor.isRecording());
+    while (monitor.historySize() < 3)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_GT(monitor.getTime(), 0.0);
+    monitor.stopRecording();
+    EXPECT_EQ(monitor.getTime(), 0.0);
+    const std::size_t recorded = monitor.historySize();
+    awaitNewSample(monitor);
+    EXPECT_EQ(monitor.historySize(), recorded) << "sampled after recording stopped";
+}
+
+TEST_F(SystemMonitorTest, ExportWritesTheRecordedHistoryOnTheSamplingGrid) {
+    monitor.setYieldTime(5);
+    monitor.start();
+    monitor.startRecording();
+    awaitNewSample(monitor);
+    const auto block = touchedBlock(32 * MiB);
+    awaitNewSample(monitor);
+    awaitNewSample(monitor);
+    monitor.stopRecording();
+
+    testing::internal::CaptureStdout();
+    monitor.exportHistoryData(fileName);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Exporting memory history to file : " + fileName + "\n");
+    const auto lines = linesOf(fileName);
+    ASSERT_GE(lines.size(), 3u);
+    EXPECT_EQ(lines[0], "time,virtual,resident,lib,virtualhwm,residenthwm,adjusted_virtual");
+    const auto first = fieldsOf(lines[1]);
+    const auto last = fieldsOf(lines.back());
+    ASSERT_EQ(first.size(), 7u);
+    ASSERT_EQ(last.size(), 7u);
+    EXPECT_NEAR(fieldsOf(lines[2])[0] - first[0], 0.005, 1e-9) << "one line per period";
+    EXPECT_GE(last[2] - first[2], 31.0 * MiB) << "the block shows in the resident column";
+    EXPECT_EQ(last[6], last[1]) << "adjusted_virtual of a serial process";
+}
+
+TEST_F(SystemMonitorTest, ExportOfNothingWritesNoFileAndAFailedWriteIsReported) {
+    testing::internal::CaptureStdout();
+    monitor.exportHistoryData(fileName);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Empty sampling history...\n");
+    EXPECT_FALSE(std::ifstream(fileName).good());
+
+    monitor.start();
+    monitor.startRecording();
+    awaitNewSample(monitor);
+    monitor.stopRecording();
+    testing::internal::CaptureStdout();
+    try {
+        monitor.exportHistoryData("/nonexistent-directory/history.csv");
+        ADD_FAILURE() << "the write must fail";
+    } catch (const Error& error) {
+        EXPECT_EQ(error.getMessage(), "Error detected writing memory monitor history file");
+    }
+    testing::internal::GetCapturedStdout();
+}
+
+using Sample = SystemMonitor::Sample;
+
+Sample sampleOf(std::int64_t value) {
+    Sample sample;
+    sample.fill(value);
+    return sample;
+}
+
+// The first value of every line.
+std::vector<std::int64_t> firstColumn(const std::vector<std::int64_t>& lines) {
+    std::vector<std::int64_t> column;
+    for (std::size_t at = 0; at < lines.size(); at += SystemMonitor::numberMetrics)
+        column.push_back(lines[at]);
+    return column;
+}
+
+TEST(MemoryHistoryExport, TheGridSpansTheJobsSamplesInWholePeriods) {
+    EXPECT_EQ(MemoryHistoryExport::makeGrid(0.0, 0.05, 0.02).lines, 4u) << "the end is covered";
+    EXPECT_EQ(MemoryHistoryExport::makeGrid(1.0, 1.04, 0.02).lines, 3u) << "no extra line";
+    EXPECT_EQ(MemoryHistoryExport::makeGrid(2.0, 2.0, 0.02).lines, 1u);
+    EXPECT_EQ(MemoryHistoryExport::makeGrid(0.0, 1.0, 0.0).step, 0.001) << "a zero yield time";
+}
+
+TEST(MemoryHistoryExport, AHistoryHoldsItsLatestSampleAtEachLine) {
+    const auto grid = MemoryHistoryExport::makeGrid(0.0, 0.05, 0.02);  // 0 .02 .04 .06
+    constexpr double none = std::numeric_limits<double>::max();
+    double problem = none;
+    const auto full = MemoryHistoryExport::resample(
+        {0.0, 0.021, 0.039}, {sampleOf(10), sampleOf(20), sampleOf(30)}, grid, 1.0, problem);
+    EXPECT_EQ(firstColumn(full), (std::vector<std::int64_t>{10, 10, 30, 30}));
+    const auto late = MemoryHistoryExport::resample({0.03}, {sampleOf(7)}, grid, 1.0, problem);
+    EXPECT_EQ(firstColumn(late), (std::vector<std::int64_t>{7, 7, 7, 7}))
+        << "the first sample stands in before it";
+    EXPECT_EQ(problem, none);
+
+    MemoryHistoryExport::resample({0.0, 0.021, 0.039}, {sampleOf(10), sampleOf(20), sampleOf(30)},
+                                  grid, 0.015, problem);
+    EXPECT_DOUBLE_EQ(problem, 0.02) << "0.02 takes the sample of 0.0";
+    problem = none;
+    const auto empty = MemoryHistoryExport::resample({}, {}, grid, 1.0, problem);
+    EXPECT_EQ(firstColumn(empty), (std::vector<std::int64_t>{0, 0, 0, 0}));
+    EXPECT_EQ(problem, 0.0) << "a process without samples is reported at the start";
+}
+
+class MachineSystemMonitor : public ::testing::Test {
+  protected:
+    void SetUp() override { Machine::reset(); }
+    void TearDown() override {
+        Machine::reset();
+        SingletonCleaner::reset();
+    }
+};
+
+TEST_F(MachineSystemMonitor, TheOptionEnablesItWithItsSamplingPeriodInSeconds) {
+    try {
+        Machine::getSystemMonitor();
+        ADD_FAILURE() << "no monitor before it is enabled";
+    } catch (const InternalError& error) {
+        EXPECT_EQ(error.getMessage(), "The system monitor has not been enabled");
+        EXPECT_EQ(error.getCondition(), "hasSystemMonitor()");
+    }
+    test::Argv args{"server", "-s", "-memorymonitor", "0.005"};
+    Machine::ArgumentMap consumed;
+    Machine::parseCommonArgvs(args.argc(), args.argv(), consumed);
+    ASSERT_TRUE(Machine::hasSystemMonitor());
+    EXPECT_EQ(Machine::getSystemMonitor().getYieldTime(), 5u);
+    EXPECT_EQ(consumed["-memorymonitor"], 2u);
+    EXPECT_FALSE(Machine::getSystemMonitor().running()) << "the machine's start starts it";
+
+    test::Argv missing{"server", "-s", "-memorymonitor"};
+    EXPECT_THROW(Machine::parseCommonArgvs(missing.argc(), missing.argv(), consumed), OptionError);
+    try {
+        Machine::parseCommonArgvs(missing.argc(), missing.argv(), consumed);
+    } catch (const OptionError& error) {
+        EXPECT_STREQ(error.what(), "Missing -memorymonitor arg");
+    }
+}
+
+TEST_F(MachineSystemMonitor, PeriodsAreWholeMillisecondsAndNonsenseMeansTheDefault) {
+    const std::pair<float, unsigned> cases[] = {{0.25f, 250u},
+                                                {0.0004f, 1u},
+                                                {0.0f, 20u},
+                                                {-1.0f, 20u},
+                                                {std::numeric_limits<float>::quiet_NaN(), 20u}};
+    for (const auto& [seconds, milliseconds] : cases) {
+        Machine::enableSystemMonitor(true, seconds);
+        EXPECT_EQ(Machine::getSystemMonitor().getYieldTime(), milliseconds) << seconds;
+    }
+    Machine::enableSystemMonitor(false, 0.0f);
+    EXPECT_FALSE(Machine::hasSystemMonitor());
+}
+
+TEST_F(MachineSystemMonitor, TheEndOfTheRunStopsTheSamplingThread) {
+    Machine::enableSystemMonitor(true, 0.001f);
+    SystemMonitor& monitor = Machine::getSystemMonitor();
+    monitor.start();
+    Machine::getSingleton().getOnExitObservable().notify();
+    EXPECT_FALSE(monitor.running());
+}
+
+}  // namespace
+}  // namespace tolm
