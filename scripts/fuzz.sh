@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Runs every fuzz target of a build tree (the "asan" preset builds them) for a bounded time on
-# a copy of its corpus: fuzz.sh BUILD_DIR [SECONDS_PER_TARGET] [--keep]
-# With --keep, new inputs that reach new code are added to fuzz/corpus/ for committing.
+# Runs fuzz targets of a build tree (the "asan" preset builds them) for a bounded time on a
+# copy of their corpus: fuzz.sh BUILD_DIR [SECONDS_PER_TARGET] [--keep]
+# TOLM_FUZZ_TARGETS chooses the targets (default: all). With --keep, new inputs that reach new
+# code are added to fuzz/corpus/ for committing.
 set -euo pipefail
 build=${1:?usage: fuzz.sh BUILD_DIR [SECONDS] [--keep]}
 seconds=${2:-60}
@@ -9,9 +10,10 @@ keep=${3:-}
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-export ASAN_OPTIONS=detect_leaks=1
+# The sanitizer runtime is a shared library in this tree; libFuzzer is linked before it.
+export ASAN_OPTIONS=detect_leaks=1:verify_asan_link_order=0
 export LSAN_OPTIONS=suppressions=$root/tests/sanitizers/lsan.supp:print_suppressions=0
-for target in properties topology options commandreader; do
+for target in ${TOLM_FUZZ_TARGETS:-properties topology options commandreader}; do
     corpus=$root/fuzz/corpus/$target
     [[ $target == commandreader ]] && corpus=$root/fuzz/corpus/commands
     run=$work/$target

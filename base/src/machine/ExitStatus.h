@@ -9,7 +9,8 @@ namespace tolm {
 // integer value is the process's exit code, so no class of failure is lost in it.
 class ExitStatus {
   public:
-    enum ErrorCode {
+    // A fixed underlying type: any int is a value of the type, so a bad code can be caught.
+    enum ErrorCode : int {
         SuccessCode = 0,
         ServerErrorCode = 1,
         InvalidArgumentCode = 2,

@@ -29,7 +29,7 @@ class SystemMonitor;
 class Machine {
   public:
     enum SerialParallelMode { Serial = 0, Master = 1, Slave = 2 };
-    enum NodeState {
+    enum NodeState : int {
         Unknown = -1,
         AwaitingCommand = 0,
         GatheringResponse = 1,
