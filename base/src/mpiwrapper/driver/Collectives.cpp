@@ -5,7 +5,7 @@
 #include "mpiwrapper/driver/ErrorTranslator.h"
 #include "mpiwrapper/driver/NativeHandles.h"
 #include "mpiwrapper/driver/NewRequest.h"
-#include "mpiwrapper/driver/SpecialValues.h"
+#include "mpiwrapper/driver/ReservedValues.h"
 #include "mpiwrapper/driver/UserOps.h"
 
 namespace tolm::mpidriver {

@@ -4,7 +4,7 @@
 #include "mpiwrapper/driver/DriverFunctions.h"
 #include "mpiwrapper/driver/ErrorTranslator.h"
 #include "mpiwrapper/driver/NativeHandles.h"
-#include "mpiwrapper/driver/SpecialValues.h"
+#include "mpiwrapper/driver/ReservedValues.h"
 
 namespace tolm::mpidriver {
 

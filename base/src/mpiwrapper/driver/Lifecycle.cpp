@@ -9,7 +9,7 @@
 #include "mpiwrapper/driver/DriverFunctions.h"
 #include "mpiwrapper/driver/ErrorTranslator.h"
 #include "mpiwrapper/driver/NativeHandles.h"
-#include "mpiwrapper/driver/SpecialValues.h"
+#include "mpiwrapper/driver/ReservedValues.h"
 
 #define TOLM_STRINGIFY_VALUE(x) #x
 #define TOLM_STRINGIFY(x) TOLM_STRINGIFY_VALUE(x)

@@ -4,7 +4,7 @@
 #include "mpiwrapper/driver/ErrorTranslator.h"
 #include "mpiwrapper/driver/NativeHandles.h"
 #include "mpiwrapper/driver/NewRequest.h"
-#include "mpiwrapper/driver/SpecialValues.h"
+#include "mpiwrapper/driver/ReservedValues.h"
 #include "mpiwrapper/driver/StatusTranslation.h"
 
 namespace tolm::mpidriver {

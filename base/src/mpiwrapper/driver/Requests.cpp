@@ -6,7 +6,7 @@
 #include "mpiwrapper/driver/DriverFunctions.h"
 #include "mpiwrapper/driver/ErrorTranslator.h"
 #include "mpiwrapper/driver/NativeHandles.h"
-#include "mpiwrapper/driver/SpecialValues.h"
+#include "mpiwrapper/driver/ReservedValues.h"
 #include "mpiwrapper/driver/StatusTranslation.h"
 
 namespace tolm::mpidriver {

@@ -9,7 +9,7 @@
 
 #include <cstdint>
 
-#include "mpiwrapper/driver/SpecialValues.h"
+#include "mpiwrapper/driver/ReservedValues.h"
 #include "mpiwrapper/qmx_mpi.h"
 
 namespace tolm::mpidriver {

@@ -1,4 +1,4 @@
-#include "mpiwrapper/driver/SpecialValues.h"
+#include "mpiwrapper/driver/ReservedValues.h"
 
 #include <utility>
 
