@@ -28,6 +28,18 @@ char* at(const BufferBase<unsigned int>& buffer, std::uint64_t offset) {
     return static_cast<char*>(buffer.data) + offset * buffer.elementSize;
 }
 
+// Moves the rank-by-rank blocks of `count` elements that one piece of a split gather brought
+// in to their places in `recv`, whose rank blocks are `stride` elements long.
+void spreadBlocks(const std::vector<char>& pieces, const BufferBase<unsigned int>& recv,
+                  unsigned int ranks, unsigned int stride, unsigned int offset,
+                  unsigned int count) {
+    const std::uint64_t blockBytes = std::uint64_t(count) * recv.elementSize;
+    for (unsigned int rank = 0; rank < ranks; ++rank) {
+        std::memcpy(at(recv, std::uint64_t(rank) * stride + offset),
+                    pieces.data() + rank * blockBytes, blockBytes);
+    }
+}
+
 std::uint64_t sum(const Communicator::UnsignedCounts& counts) {
     return std::accumulate(counts.begin(), counts.end(), std::uint64_t(0));
 }
@@ -152,11 +164,7 @@ void Communicator::gatherPiece(const ConstBufferBase<unsigned int>& send,
                 });
     if (whole || !isRoot)
         return;
-    const std::uint64_t blockBytes = std::uint64_t(count) * send.elementSize;
-    for (unsigned int rank = 0; rank < size(); ++rank) {
-        std::memcpy(at(recv, std::uint64_t(rank) * stride + offset),
-                    pieces.data() + rank * blockBytes, blockBytes);
-    }
+    spreadBlocks(pieces, recv, size(), stride, offset, count);
 }
 
 void Communicator::allGather(const ConstBufferBase<unsigned int>& sendbuf,
@@ -187,11 +195,7 @@ void Communicator::allGatherPiece(const ConstBufferBase<unsigned int>& send,
                 });
     if (whole)
         return;
-    const std::uint64_t blockBytes = std::uint64_t(count) * send.elementSize;
-    for (unsigned int rank = 0; rank < size(); ++rank) {
-        std::memcpy(at(recv, std::uint64_t(rank) * stride + offset),
-                    pieces.data() + rank * blockBytes, blockBytes);
-    }
+    spreadBlocks(pieces, recv, size(), stride, offset, count);
 }
 
 void Communicator::scatter(const ConstBufferBase<unsigned int>& sendbuf,
