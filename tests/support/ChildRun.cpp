@@ -15,13 +15,6 @@
 namespace tolm::test {
 namespace {
 
-std::string readWhole(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
 [[noreturn]] void execChild(const std::vector<std::string>& arguments, const std::string& dir) {
     const int in = ::open((dir + "/in").c_str(), O_RDONLY);
     const int out = ::open((dir + "/out").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -63,6 +56,13 @@ std::string makeTemporaryDirectory() {
     return pattern;
 }
 
+std::string readTextFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
 void writeTextFile(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }
@@ -79,8 +79,8 @@ ChildResult runChild(const std::vector<std::string>& arguments, const std::strin
         execChild(arguments, dir);
     ChildResult result;
     result.exitCode = waitWithTimeout(child, timeoutSeconds);
-    result.out = readWhole(dir + "/out");
-    result.err = readWhole(dir + "/err");
+    result.out = readTextFile(dir + "/out");
+    result.err = readTextFile(dir + "/err");
     for (const char* name : {"/in", "/out", "/err"})
         ::unlink((dir + name).c_str());
     ::rmdir(dir.c_str());

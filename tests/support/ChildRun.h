@@ -21,5 +21,7 @@ ChildResult runChild(const std::vector<std::string>& arguments, const std::strin
 std::string makeTemporaryDirectory();
 // Writes `text` to `path`, replacing it.
 void writeTextFile(const std::string& path, const std::string& text);
+// All of `path` ("" when it cannot be read).
+std::string readTextFile(const std::string& path);
 
 }  // namespace tolm::test

@@ -7,8 +7,6 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <thread>
 
@@ -115,10 +113,7 @@ int InteractiveChild::waitForExit(double timeoutSeconds) {
 }
 
 std::string InteractiveChild::standardError() const {
-    std::ifstream in(_errorFile);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
+    return readTextFile(_errorFile);
 }
 
 }  // namespace tolm::test

@@ -9,6 +9,7 @@
 #include "neo/SingletonCleaner.h"
 #include "platform/StringHelper.h"
 #include "support/Argv.h"
+#include "support/Failure.h"
 
 namespace tolm {
 namespace {
@@ -29,12 +30,7 @@ class CommonOptions : public ::testing::Test {
         return consumed;
     }
     std::string failureOf(Argv args) {
-        try {
-            parse(std::move(args));
-        } catch (const OptionError& error) {
-            return error.what();
-        }
-        return "no failure";
+        return test::errorOf<OptionError>([&] { parse(std::move(args)); });
     }
 };
 
@@ -139,13 +135,11 @@ TEST_F(CommonOptions, FlagsReachTheirSettings) {
 }
 
 TEST_F(CommonOptions, BadRendererGraphicsIsAnInternalError) {
-    try {
+    const std::string failure = test::failureOf([&] {
         parse({"server", "-rgraphics", "holographic"});
-        FAIL();
-    } catch (const InternalError& error) {
-        EXPECT_EQ(std::string(error.what()).rfind("RendererConfig error: ", 0), 0u);
-        EXPECT_EQ(error.getCondition(), "error.empty()");
-    }
+    });
+    EXPECT_TRUE(failure.starts_with("RendererConfig error: ")) << failure;
+    EXPECT_TRUE(failure.ends_with(" | error.empty()")) << failure;
 }
 
 TEST_F(CommonOptions, TemporaryDirectoryDefaultsToThePlatformOne) {
@@ -169,14 +163,10 @@ TEST(StartCommunicators, SerialFlagsAnywhereGiveASerialRunWithoutMpi) {
 }
 
 TEST(StartCommunicators, DriverErrors) {
-    const auto failure = [](Argv args) -> std::string {
+    const auto failure = [](Argv args) {
         Machine::ArgumentMap consumed;
-        try {
-            Machine::startCommunicators(args.argc(), args.argv(), consumed);
-        } catch (const std::exception& error) {
-            return error.what();
-        }
-        return "no failure";
+        return test::errorOf(
+            [&] { Machine::startCommunicators(args.argc(), args.argv(), consumed); });
     };
     EXPECT_EQ(failure({"server", "-mpi", "nosuchmpi"}), "Unknown MPI driver: nosuchmpi");
     EXPECT_EQ(failure({"server", "-mpidriver"}), "Missing -mpidriver arg");

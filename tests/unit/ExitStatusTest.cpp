@@ -1,41 +1,42 @@
 #include <gtest/gtest.h>
 
 #include <stdexcept>
+#include <vector>
 
 #include "machine/ExitStatus.h"
+#include "support/Failure.h"
 
 namespace tolm {
 namespace {
 
-TEST(ExitStatus, EmptyStatusIsSuccess) {
-    const ExitStatus status;
-    EXPECT_FALSE(status.hasError());
-    EXPECT_EQ(int(status), 0);
-    EXPECT_EQ(status.getMessage(), "");
-    EXPECT_FALSE(ExitStatus(ExitStatus::SuccessCode).hasError());
-}
+using Code = ExitStatus::ErrorCode;
 
-TEST(ExitStatus, CodesAccumulateAsBitsAndListInAscendingOrder) {
-    ExitStatus status;
-    status += ExitStatus::NonRecoverableErrorCode;
-    status += ExitStatus::InvalidArgumentCode;
-    EXPECT_EQ(int(status), 34);
-    EXPECT_EQ(status.getMessage(), "Invalid server argument,Non-recoverable server error");
-
-    ExitStatus fileAndFatal(ExitStatus::FileErrorCode);
-    fileAndFatal += ExitStatus::NonRecoverableErrorCode;
-    EXPECT_EQ(int(fileAndFatal), 36);
-
-    ExitStatus floatingPoint(ExitStatus::FloatingPointErrorCode);
-    EXPECT_EQ(int(floatingPoint), 16);
-    EXPECT_EQ(floatingPoint.getMessage(), "Floating point error during last iteration");
-}
-
-TEST(ExitStatus, ServerErrorSetsTheExitCodeButNoMessage) {
-    const ExitStatus status(ExitStatus::ServerErrorCode);
-    EXPECT_TRUE(status.hasError());
-    EXPECT_EQ(int(status), 1);
-    EXPECT_EQ(status.getMessage(), "");
+TEST(ExitStatus, CodesAccumulateAsBitsAndListTheirMessagesInAscendingOrder) {
+    struct Case {
+        std::vector<Code> codes;
+        int exitCode;
+        const char* message;
+    };
+    const Case cases[] = {
+        {{}, 0, ""},
+        {{ExitStatus::SuccessCode}, 0, ""},
+        {{ExitStatus::ServerErrorCode}, 1, ""},  // an exit code, but no message
+        {{ExitStatus::NonRecoverableErrorCode, ExitStatus::InvalidArgumentCode},
+         34,
+         "Invalid server argument,Non-recoverable server error"},
+        {{ExitStatus::FileErrorCode, ExitStatus::NonRecoverableErrorCode},
+         36,
+         "File error,Non-recoverable server error"},
+        {{ExitStatus::FloatingPointErrorCode}, 16, "Floating point error during last iteration"},
+    };
+    for (const Case& c : cases) {
+        ExitStatus status;
+        for (const Code code : c.codes)
+            status += code;
+        EXPECT_EQ(int(status), c.exitCode) << c.message;
+        EXPECT_EQ(status.hasError(), c.exitCode != 0) << c.message;
+        EXPECT_EQ(status.getMessage(), c.message);
+    }
 }
 
 TEST(ExitStatus, AddingAStatusToItselfChangesNothing) {
@@ -48,12 +49,9 @@ TEST(ExitStatus, AddingAStatusToItselfChangesNothing) {
 
 TEST(ExitStatus, CodeOutsideTheTableIsOutOfRange) {
     for (const int code : {7, -1}) {
-        try {
-            ExitStatus status(static_cast<ExitStatus::ErrorCode>(code));
-            FAIL() << "code " << code << " was accepted";
-        } catch (const std::out_of_range& error) {
-            EXPECT_STREQ(error.what(), "invalid bitset<N> position");
-        }
+        EXPECT_EQ(test::errorOf<std::out_of_range>([&] { ExitStatus(static_cast<Code>(code)); }),
+                  "invalid bitset<N> position")
+            << code;
     }
 }
 

@@ -10,6 +10,7 @@
 #include "neo/InternalError.h"
 #include "neo/TolmVersion.h"
 #include "platform/Thread.h"
+#include "support/Failure.h"
 
 namespace tolm {
 namespace {
@@ -68,13 +69,10 @@ TEST_F(CriticalSections, DestructorAtZeroWarnsAndStaysAtZero) {
 TEST_F(CriticalSections, CommunicationInsideFailsInDevelopmentBuilds) {
     Critical guard;
     testing::internal::CaptureStdout();
-    try {
-        Machine::assertNotParallelPerformanceCritical("Communicator::send");
-        FAIL();
-    } catch (const InternalError& error) {
-        EXPECT_EQ(error.getCondition(), "!_performanceCriticalLock");
-    }
+    const std::string failure = test::failureOf(
+        [] { Machine::assertNotParallelPerformanceCritical("Communicator::send"); });
     const std::string printed = testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(failure.ends_with(" | !_performanceCriticalLock")) << failure;
     EXPECT_EQ(printed.rfind("PerformanceCriticalLock detected:\n"
                             "  This message is generated when communication is invoked\n",
                             0),
@@ -97,15 +95,9 @@ TEST_F(CriticalSections, TemporaryExemptionsNeedATicketId) {
     for (const char* bad : {"", "QMXP-", "QMXP1234", "qmxp-12", "QMXP-12a", "ABCD-12"}) {
         EXPECT_FALSE(Critical::TemporaryExemption::isJiraId(bad)) << bad;
     }
-    try {
-        Critical::TemporaryExemption exemption("TICKET-1");
-        FAIL();
-    } catch (const InternalError& error) {
-        EXPECT_STREQ(error.what(),
-                     "Badly constructed JIRA ID passed to "
-                     "ParallelPerformanceCritical::TemporaryExemption!");
-        EXPECT_EQ(error.getCondition(), "isJiraId(_jiraId)");
-    }
+    EXPECT_EQ(test::failureOf([] { Critical::TemporaryExemption exemption("TICKET-1"); }),
+              "Badly constructed JIRA ID passed to "
+              "ParallelPerformanceCritical::TemporaryExemption! | isJiraId(_jiraId)");
     Critical guard;
     {
         Critical::TemporaryExemption exemption("QMXP-77");
@@ -119,12 +111,9 @@ TEST_F(CriticalSections, SerialCriticalFailsInEveryBuild) {
     TolmVersion::setDevelopmentVersion(false);
     Machine::assertNotSerialCritical("outside");
     Machine::SerialCritical guard;
-    try {
-        Machine::assertNotSerialCritical("Communicator::broadcast");
-        FAIL();
-    } catch (const InternalError& error) {
-        EXPECT_STREQ(error.what(), "Communicator::broadcast");
-    }
+    EXPECT_TRUE(test::failureOf([] {
+                    Machine::assertNotSerialCritical("Communicator::broadcast");
+                }).starts_with("Communicator::broadcast | "));
 }
 
 TEST(MachineState, StateStrings) {
@@ -169,13 +158,9 @@ TEST(MachineExit, AtExitRegisterRefusesThe33rdFunction) {
     for (unsigned i = 0; i < AtExitRegister::maxRegistrations; ++i) {
         AtExitRegister::registerFunction(doNothingAtExit);
     }
-    try {
-        AtExitRegister::registerFunction(doNothingAtExit);
-        FAIL();
-    } catch (const InternalError& error) {
-        EXPECT_STREQ(error.what(), "Exhausted default limit on number of atexit functions");
-        EXPECT_EQ(error.getCondition(), "_nRegistered < maxRegistrations");
-    }
+    EXPECT_EQ(test::failureOf([] { AtExitRegister::registerFunction(doNothingAtExit); }),
+              "Exhausted default limit on number of atexit functions | "
+              "_nRegistered < maxRegistrations");
     EXPECT_EQ(AtExitRegister::registeredCount(), 32u);
 }
 

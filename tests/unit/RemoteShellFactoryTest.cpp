@@ -11,6 +11,7 @@
 #include "neo/NonRecoverableError.h"
 #include "neo/SingletonCleaner.h"
 #include "support/Argv.h"
+#include "support/Failure.h"
 
 namespace tolm {
 namespace {
@@ -19,9 +20,12 @@ using Words = std::vector<std::wstring>;
 using RshType = RemoteShellFactory::RshType;
 
 std::string kindOf(const RemoteProcessLauncher& launcher) {
-    if (dynamic_cast<const RemoteShellProcessLauncher*>(&launcher)) return "rsh/ssh";
-    if (dynamic_cast<const PuttyRemoteProcessLauncher*>(&launcher)) return "plink";
-    if (dynamic_cast<const CustomRemoteProcessLauncher*>(&launcher)) return "custom";
+    if (dynamic_cast<const RemoteShellProcessLauncher*>(&launcher))
+        return "rsh/ssh";
+    if (dynamic_cast<const PuttyRemoteProcessLauncher*>(&launcher))
+        return "plink";
+    if (dynamic_cast<const CustomRemoteProcessLauncher*>(&launcher))
+        return "custom";
     return "unknown";
 }
 
@@ -34,12 +38,8 @@ Words wordsOf(const std::wstring& command) {
 }
 
 std::string optionErrorOf(const std::wstring& command) {
-    try {
-        RemoteShellFactory::getRemoteProcessLauncher(command);
-    } catch (const OptionError& error) {
-        return error.what();
-    }
-    return "no failure";
+    return test::errorOf<OptionError>(
+        [&] { RemoteShellFactory::getRemoteProcessLauncher(command); });
 }
 
 TEST(RemoteShellFactory, TheProgramWordChoosesTheLauncher) {
@@ -68,12 +68,10 @@ TEST(RemoteShellFactory, EachTypeRunsItsOwnProgram) {
               "plink -ssh -batch h");
     EXPECT_EQ(kindOf(*RemoteShellFactory::getRemoteProcessLauncher(RshType::Custom)), "custom");
     for (int bad : {-1, 4}) {
-        try {
-            RemoteShellFactory::getRemoteProcessLauncher(static_cast<RshType>(bad));
-            ADD_FAILURE() << bad;
-        } catch (const NonRecoverableError& error) {
-            EXPECT_STREQ(error.what(), "Unknown remote shell type");
-        }
+        EXPECT_EQ(test::errorOf<NonRecoverableError>([&] {
+                      RemoteShellFactory::getRemoteProcessLauncher(static_cast<RshType>(bad));
+                  }),
+                  "Unknown remote shell type");
     }
 }
 
@@ -87,7 +85,8 @@ TEST(RemoteShellFactory, CommandTextsSplitByTheQuotingRules) {
          {L"rsh", L"a b", L"\"q\"", LR"(\)", L"its", LR"(a\b)"}},
         {LR"(rsh -o"A B"C '' "" end\)", {L"rsh", L"-oA BC", L"", L"", LR"(end\)"}},
     };
-    for (const auto& [command, words] : cases) EXPECT_EQ(wordsOf(command), words);
+    for (const auto& [command, words] : cases)
+        EXPECT_EQ(wordsOf(command), words);
 }
 
 TEST(RemoteShellFactory, AnOpenQuoteOrNoWordIsAnOptionError) {
@@ -100,7 +99,7 @@ TEST(RemoteShellFactory, AnOpenQuoteOrNoWordIsAnOptionError) {
 }
 
 class DefaultRemoteShell : public ::testing::Test {
-protected:
+  protected:
     void TearDown() override {
         Machine::reset();
         SingletonCleaner::reset();
@@ -109,13 +108,8 @@ protected:
 
 TEST_F(DefaultRemoteShell, ComesFromTheRshOptionAndABadValueKeepsTheLastGood) {
     RemoteShellFactory& factory = RemoteShellFactory::getSingleton();
-    try {
-        factory.getRemoteProcessLauncher();
-        FAIL();
-    } catch (const InternalError& error) {
-        EXPECT_STREQ(error.what(), "Default remote process launcher has not been set");
-        EXPECT_EQ(error.getCondition(), "_default");
-    }
+    EXPECT_EQ(test::failureOf([&] { factory.getRemoteProcessLauncher(); }),
+              "Default remote process launcher has not been set | _default");
     test::Argv good{"server", "-s", "-rsh", "ssh -p 2222 -o 'User=a b'"};
     Machine::ArgumentMap consumed;
     Machine::parseCommonArgvs(good.argc(), good.argv(), consumed);
@@ -131,13 +125,8 @@ TEST_F(DefaultRemoteShell, ComesFromTheRshOptionAndABadValueKeepsTheLastGood) {
 
 TEST_F(DefaultRemoteShell, OnlyOneFactoryAtATime) {
     RemoteShellFactory::getSingleton();
-    try {
-        RemoteShellFactory second;
-        FAIL();
-    } catch (const InternalError& error) {
-        EXPECT_STREQ(error.what(), "Only one instance of factory permitted");
-        EXPECT_EQ(error.getCondition(), "_singleton == nullptr");
-    }
+    EXPECT_EQ(test::failureOf([] { RemoteShellFactory second; }),
+              "Only one instance of factory permitted | _singleton == nullptr");
     RemoteShellFactory::reset();
     {
         RemoteShellFactory own;

@@ -2,34 +2,20 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <fstream>
-#include <iostream>
-#include <sstream>
 
 #include "machine/Machine.h"
 #include "machine/StandardStreamManager.h"
 #include "machine/StreamRedirector.h"
 #include "platform/StringHelper.h"
 #include "support/ChildRun.h"
+#include "support/EveryPrintApi.h"
 
 namespace tolm {
 namespace {
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-// Writes one line through each of the three ways a library may print.
-void printThroughEveryApi(const std::string& tag) {
-    std::printf("printf %s\n", tag.c_str());
-    std::fflush(stdout);
-    std::cout << "cout " << tag << std::endl;
-    const std::string raw = "write " + tag + "\n";
-    ASSERT_EQ(::write(STDOUT_FILENO, raw.data(), raw.size()), ssize_t(raw.size()));
-}
+using test::printedThroughEveryApi;
+using test::printThroughEveryApi;
+using test::readTextFile;
 
 // Points standard output and error at "console" files for the test's duration, so what
 // reaches the console can be read back.
@@ -55,7 +41,7 @@ class StreamRedirection : public ::testing::Test {
         ::close(_savedOut);
         ::close(_savedErr);
     }
-    std::string consoleText() const { return readFile(_dir + "/console"); }
+    std::string consoleText() const { return readTextFile(_dir + "/console"); }
 
     std::string _dir;
     std::unique_ptr<StreamRedirector> console;
@@ -72,8 +58,8 @@ TEST_F(StreamRedirection, RedirectorCarriesEveryApiAndRestores) {
         printThroughEveryApi("inside");
     }
     printThroughEveryApi("after");
-    EXPECT_EQ(readFile(_dir + "/file.txt"), "printf inside\ncout inside\nwrite inside\n");
-    EXPECT_EQ(consoleText(), "printf after\ncout after\nwrite after\n");
+    EXPECT_EQ(readTextFile(_dir + "/file.txt"), printedThroughEveryApi("inside"));
+    EXPECT_EQ(consoleText(), printedThroughEveryApi("after"));
 }
 
 TEST_F(StreamRedirection, LogFilesOpenOnceAndKeepTheirPaths) {
@@ -86,9 +72,8 @@ TEST_F(StreamRedirection, LogFilesOpenOnceAndKeepTheirPaths) {
     printThroughEveryApi("logged");
     std::fprintf(stderr, "error line\n");
     std::fflush(stderr);
-    EXPECT_EQ(readFile(_dir + "/" + pid + "-stdout.txt"),
-              "printf logged\ncout logged\nwrite logged\n");
-    EXPECT_EQ(readFile(_dir + "/" + pid + "-stderr.txt"), "error line\n");
+    EXPECT_EQ(readTextFile(_dir + "/" + pid + "-stdout.txt"), printedThroughEveryApi("logged"));
+    EXPECT_EQ(readTextFile(_dir + "/" + pid + "-stderr.txt"), "error line\n");
     EXPECT_TRUE(manager.hasRedirectedOriginalStreams());
 }
 
@@ -101,8 +86,7 @@ TEST_F(StreamRedirection, NullDeviceThenLogsThenRestoreGoesToTheLogs) {
     printThroughEveryApi("discarded");
     manager.restore();
     printThroughEveryApi("kept");
-    EXPECT_EQ(readFile(StringHelper::toString(paths.first)),
-              "printf kept\ncout kept\nwrite kept\n");
+    EXPECT_EQ(readTextFile(StringHelper::toString(paths.first)), printedThroughEveryApi("kept"));
     EXPECT_EQ(consoleText(), "");
 }
 
@@ -111,8 +95,8 @@ TEST_F(StreamRedirection, PrependedTextLeadsTheLog) {
     manager.prependOutput("header\n");
     const auto paths = manager.redirectOriginalStreamsToFile();
     printThroughEveryApi("body");
-    EXPECT_EQ(readFile(StringHelper::toString(paths.first)),
-              "header\nprintf body\ncout body\nwrite body\n");
+    EXPECT_EQ(readTextFile(StringHelper::toString(paths.first)),
+              "header\n" + printedThroughEveryApi("body"));
 }
 
 TEST_F(StreamRedirection, UnwritableLogDirectoryIsReported) {
