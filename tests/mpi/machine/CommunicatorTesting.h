@@ -2,13 +2,12 @@
 // Helpers of the communicator tests: a call counter and a lowered message limit.
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <map>
 #include <string>
 
 #include "machine/Communicator.h"
 #include "machine/Machine.h"
-#include "neo/InternalError.h"
+#include "support/Failure.h"
 
 namespace tolm::mpitest {
 
@@ -46,15 +45,7 @@ class LoweredLimit {
     std::uint64_t _saved;
 };
 
-// "message | condition" of the InternalError that `action` raises.
-inline std::string failureOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const InternalError& error) {
-        return error.what() + std::string(" | ") + error.getCondition();
-    }
-    return "no failure";
-}
+using test::failureOf;
 
 // A value that names the rank that made it and its position.
 inline int payload(unsigned int rank, unsigned int index) {

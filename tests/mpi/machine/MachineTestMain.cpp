@@ -1,27 +1,5 @@
-// main() of the machine layer's MPI tests: starts the machine's communicators the way a server
-// process does (the "-mpi" option chooses the driver), runs the tests on every rank with
-// RankedResultPrinter, and exits with 1 on every rank when a test failed on any rank.
-#include <gtest/gtest.h>
-
-#include "machine/Communicator.h"
-#include "machine/Machine.h"
-#include "support/RankedResultPrinter.h"
+#include "support/MachineTestRun.h"
 
 int main(int argc, char** argv) {
-    testing::InitGoogleTest(&argc, argv);
-    tolm::Machine::ArgumentMap consumed;
-    tolm::Machine::startCommunicators(argc, argv, consumed);
-    auto& listeners = testing::UnitTest::GetInstance()->listeners();
-    delete listeners.Release(listeners.default_result_printer());
-    listeners.Append(
-        new tolm::mpitest::RankedResultPrinter(static_cast<int>(tolm::Machine::getPartitionId()),
-                                               static_cast<int>(tolm::Machine::nProcesses())));
-
-    unsigned int failed = RUN_ALL_TESTS() != 0 ? 1 : 0;
-    int failedAnywhere = 0;
-    const int failedHere = int(failed);
-    QMX_MPI_Allreduce(&failedHere, &failedAnywhere, 1, QMX_MPI_INT, QMX_MPI_MAX,
-                      tolm::Machine::globalCommunicator()->handle());
-    tolm::Machine::stopCommunicators();
-    return failedAnywhere;
+    return tolm::mpitest::runMachineTests(argc, argv);
 }

@@ -203,7 +203,7 @@ TEST(PointToPoint, NonBlockingRingThroughRequestStacks) {
     world().iSend(outgoing, next(), requests, Communicator::Tag(11));
     world().iSyncSend(&syncOut, 1, next(), requests, Communicator::Tag(12));
     EXPECT_EQ(requests.size(), 4u);
-    std::vector<unsigned int> sources;
+    std::vector<unsigned int> sources{99};  // replaced, not added to
     world().wait(requests, sources);
     EXPECT_TRUE(requests.empty());
     ASSERT_EQ(sources.size(), 4u);
