@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cstdio>
-#include <iostream>
 #include <memory>
 
 #include "FileTesting.h"
@@ -14,22 +13,20 @@
 #include "machine/StreamRedirector.h"
 #include "platform/StringHelper.h"
 #include "support/Argv.h"
+#include "support/EveryPrintApi.h"
 
 namespace tolm::mpitest {
 namespace {
 
-void printThroughEveryApi(const std::string& tag) {
-    std::printf("printf %s\n", tag.c_str());
-    std::fflush(stdout);
-    std::cout << "cout " << tag << std::endl;
-    const std::string raw = "write " + tag + "\n";
-    ASSERT_EQ(::write(STDOUT_FILENO, raw.data(), raw.size()), ssize_t(raw.size()));
+// Standard output through every API, and a line of standard error.
+void printEverywhere(const std::string& tag) {
+    test::printThroughEveryApi(tag);
     std::fprintf(stderr, "error %s\n", tag.c_str());
     std::fflush(stderr);
 }
 
 std::string printed(const std::string& tag) {
-    return "printf " + tag + "\ncout " + tag + "\nwrite " + tag + "\n";
+    return test::printedThroughEveryApi(tag);
 }
 
 // Each rank's console is a pair of files for the test's duration.
@@ -53,9 +50,9 @@ class ConsolePolicy : public testing::Test {
         Machine::ArgumentMap consumed;
         Machine::parseCommonArgvs(argv.argc(), argv.argv(), consumed);
         Machine::startConsole();
-        printThroughEveryApi("during");
+        printEverywhere("during");
         Machine::stopConsole();
-        printThroughEveryApi("after");
+        printEverywhere("after");
     }
 
     const bool _master = world().myRank() == 0;
@@ -66,8 +63,8 @@ class ConsolePolicy : public testing::Test {
 
 TEST_F(ConsolePolicy, WithoutTheOptionEveryProcessKeepsItsConsole) {
     runConsole({"server"});
-    EXPECT_EQ(readFile(out()), printed("during") + printed("after"));
-    EXPECT_EQ(readFile(err()), "error during\nerror after\n");
+    EXPECT_EQ(readTextFile(out()), printed("during") + printed("after"));
+    EXPECT_EQ(readTextFile(err()), "error during\nerror after\n");
 }
 
 TEST_F(ConsolePolicy, WithSlaveLogsEachSlaveWritesToItsOwnLogsForGood) {
@@ -75,16 +72,16 @@ TEST_F(ConsolePolicy, WithSlaveLogsEachSlaveWritesToItsOwnLogsForGood) {
     runConsole({"server", "-slavelogs", logs});
     const std::string stem = logs + "/" + Machine::getExecutableName() + std::to_string(::getpid());
     if (_master) {
-        EXPECT_EQ(readFile(out()), printed("during") + printed("after"));
-        EXPECT_EQ(readFile(err()), "error during\nerror after\n");
+        EXPECT_EQ(readTextFile(out()), printed("during") + printed("after"));
+        EXPECT_EQ(readTextFile(err()), "error during\nerror after\n");
         EXPECT_FALSE(std::filesystem::exists(stem + "-stdout.txt"));
         return;
     }
-    EXPECT_EQ(readFile(out()), "Standard output goes to " + stem +
-                                   "-stdout.txt, standard error to " + stem + "-stderr.txt\n");
-    EXPECT_EQ(readFile(err()), "");
-    EXPECT_EQ(readFile(stem + "-stdout.txt"), printed("during") + printed("after"));
-    EXPECT_EQ(readFile(stem + "-stderr.txt"), "error during\nerror after\n");
+    EXPECT_EQ(readTextFile(out()), "Standard output goes to " + stem +
+                                       "-stdout.txt, standard error to " + stem + "-stderr.txt\n");
+    EXPECT_EQ(readTextFile(err()), "");
+    EXPECT_EQ(readTextFile(stem + "-stdout.txt"), printed("during") + printed("after"));
+    EXPECT_EQ(readTextFile(stem + "-stderr.txt"), "error during\nerror after\n");
 }
 
 }  // namespace

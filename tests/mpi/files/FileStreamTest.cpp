@@ -157,7 +157,7 @@ TEST_F(FileStreams, OnlyTheWriterWritesAndOpenIsTheMastersAnswer) {
     out.close();
     EXPECT_EQ(std::filesystem::exists("out.txt"), _master);
     if (_master) {
-        EXPECT_EQ(readFile("out.txt"), "rank 0\nwp");
+        EXPECT_EQ(readTextFile("out.txt"), "rank 0\nwp");
     }
     if (!_master)
         std::filesystem::create_directory("sub");

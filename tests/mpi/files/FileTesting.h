@@ -4,8 +4,6 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "machine/CommunicatorTesting.h"
@@ -13,12 +11,7 @@
 
 namespace tolm::mpitest {
 
-inline std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
+using test::readTextFile;
 
 // Made by the master, with a subdirectory "rank<N>" per rank; removed again by the master.
 class JobDirectory {

@@ -64,7 +64,9 @@ class ParallelFiles : public testing::Test {
     std::wstring file(const std::string& name) const {
         return StringHelper::decode(_dir.path() + "/" + name);
     }
-    std::string master(const std::string& name) const { return readFile(_dir.path() + "/" + name); }
+    std::string master(const std::string& name) const {
+        return readTextFile(_dir.path() + "/" + name);
+    }
 
     // One file per type holds a region per count, one after the other; in each, every rank
     // writes its block with writeAtAll. The master finds the blocks in rank order, byte for

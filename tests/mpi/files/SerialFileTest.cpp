@@ -6,11 +6,9 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <functional>
 #include <map>
 #include <optional>
-#include <sstream>
 #include <tuple>
 #include <vector>
 
@@ -24,6 +22,7 @@
 #include "neo/InternalError.h"
 #include "support/Argv.h"
 #include "support/ChildRun.h"
+#include "support/Failure.h"
 
 namespace tolm {
 namespace {
@@ -142,22 +141,12 @@ TEST_F(SerialStreams, OutputWritesAloneInTheModeAskedFor) {
     out << "+" << std::endl;
     out.close();
     EXPECT_FALSE(out.is_open());
-    std::ifstream written(path("out.txt"));
-    std::stringstream text;
-    text << written.rdbuf();
-    EXPECT_EQ(text.str(), "W2 ff 1.5 s!xy+\n");
+    EXPECT_EQ(test::readTextFile(path("out.txt")), "W2 ff 1.5 s!xy+\n");
     TextOutput created(path("created.txt").c_str());
     EXPECT_TRUE(created.is_open());
 }
 
-std::string failureOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const InternalError& error) {
-        return error.what() + std::string(" | ") + error.getCondition();
-    }
-    return "no failure";
-}
+using test::failureOf;
 
 TEST(ClosedParallelFile, EveryTransferAndQueryRaisesBeforeMpi) {
     ParallelFile file;
@@ -197,12 +186,8 @@ TEST(SerialConsole, TheManagerLivesFromStartToStopAndRedirectsNothing) {
 std::string optionFailure(std::initializer_list<std::string> arguments) {
     test::Argv argv(arguments);
     Machine::ArgumentMap consumed;
-    try {
-        Machine::parseCommonArgvs(argv.argc(), argv.argv(), consumed);
-    } catch (const OptionError& error) {
-        return error.what();
-    }
-    return "no failure";
+    return test::errorOf<OptionError>(
+        [&] { Machine::parseCommonArgvs(argv.argc(), argv.argv(), consumed); });
 }
 
 TEST(SerialConsole, BadLogDirectoriesAreOptionErrors) {

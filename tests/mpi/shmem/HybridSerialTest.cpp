@@ -15,21 +15,14 @@
 #include "machine/ShmemGroups.h"
 #include "machine/ThreadParallelContext.h"
 #include "machine/WorkerThreadPolicy.h"
-#include "neo/InternalError.h"
+#include "support/Failure.h"
 
 namespace tolm {
 namespace {
 
 using List = std::vector<unsigned>;
 
-std::string failureOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const InternalError& error) {
-        return error.what() + std::string(" | ") + error.getCondition();
-    }
-    return "no failure";
-}
+using test::failureOf;
 
 class SerialMachine : public testing::Test {
   protected:

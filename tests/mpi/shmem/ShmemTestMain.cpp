@@ -1,26 +1,7 @@
-// main() of the shared-memory MPI tests: starts the machine's communicators and builds the
-// shared-memory ones as a server process does at start-up, runs the tests on every rank with
-// RankedResultPrinter, and exits with 1 on every rank when a test failed on any rank.
-#include <gtest/gtest.h>
-
-#include "machine/Communicator.h"
-#include "machine/Machine.h"
-#include "support/RankedResultPrinter.h"
+// The shared-memory communicators are built as a server process does at start-up.
+#include "support/MachineTestRun.h"
 
 int main(int argc, char** argv) {
-    testing::InitGoogleTest(&argc, argv);
-    tolm::Machine::ArgumentMap consumed;
-    tolm::Machine::startCommunicators(argc, argv, consumed);
-    tolm::Machine::buildShmemCommunicators();
-    auto& listeners = testing::UnitTest::GetInstance()->listeners();
-    delete listeners.Release(listeners.default_result_printer());
-    listeners.Append(
-        new tolm::mpitest::RankedResultPrinter(static_cast<int>(tolm::Machine::getPartitionId()),
-                                               static_cast<int>(tolm::Machine::nProcesses())));
-
-    const int failedHere = RUN_ALL_TESTS() != 0 ? 1 : 0;
-    int failedAnywhere = failedHere;
-    tolm::Machine::globalCommunicator()->allReduce(failedAnywhere, QMX_MPI_MAX);
-    tolm::Machine::stopCommunicators();
-    return failedAnywhere;
+    return tolm::mpitest::runMachineTests(argc, argv, {},
+                                          [] { tolm::Machine::buildShmemCommunicators(); });
 }
