@@ -150,7 +150,8 @@ void CommandController::scatterCommand(Properties& command) const {
     global.broadcast(length, Communicator::masterRank());
     text.resize(length);
     global.broadcast(text.data(), length, Communicator::masterRank());
-    command = Properties(text);
+    if (!Machine::isMaster())
+        command = Properties(text);
     _slavesLeftLoop = Command::getCommandName(command) == EXIT_COMMAND_LOOP;
 }
 

@@ -433,6 +433,13 @@ class Communicator {
         checkRecvPeer(source);
         return probe<T>(source, tag);
     }
+    // A duplicate of this communicator for the library's own point-to-point traffic inside
+    // collectives, which no user message can match.
+    Communicator& recordChannel();
+    // A text sent over the record channel as messages of at most this communicator's buffer
+    // limit each; the receiver knows its length.
+    void sendInPieces(const std::string& text, unsigned int dest);
+    void recvInPieces(std::string& text, std::uint64_t length, unsigned int source);
     void checkSendPeer(unsigned int dest) const {
         if (dest == _myRank)
             refuseSendToSelf();
@@ -470,6 +477,7 @@ class Communicator {
     unsigned int _size = 0;
     unsigned int _myRank = 0;
     std::uint64_t _maxBufferSize = 0;
+    std::unique_ptr<Communicator> _recordChannel;
     double _communicationTime = 0.0;
     bool _timerEnabled = false;
     std::string _name;

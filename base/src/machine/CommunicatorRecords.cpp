@@ -1,6 +1,9 @@
 // Collectives of strings and records, built on the vector forms, and the count and
 // displacement arithmetic those forms share.
+#include <algorithm>
+
 #include "machine/Communicator.h"
+#include "machine/MpiCore.h"
 #include "neo/InternalError.h"
 
 namespace tolm {
@@ -35,27 +38,57 @@ void Communicator::allGather(const std::set<std::string>& mine, std::set<std::st
 
 void Communicator::gather(const std::string& mine, std::vector<std::string>& all,
                           unsigned int root) {
+    // Only the root needs the lengths, and only non-empty texts travel: gathering texts that
+    // are mostly empty (the slaves' errors after a command) costs one small gather.
+    recordChannel();
     std::vector<unsigned int> lengths;
-    allGather(MessageLimits::toUnsigned(mine.size()), lengths);
-    std::uint64_t total = 0;
-    for (const unsigned int length : lengths) total += length;
-    const bool isRoot = myRank() == root;
-    std::string allText(isRoot ? total : 0, '\0');
-    gatherVector(mine.data(), lengths[myRank()], allText.data(), lengths, {}, root);
+    gather(MessageLimits::toUnsigned(mine.size()), lengths, root);
     all.clear();
-    if (!isRoot) return;
-    std::uint64_t offset = 0;
-    for (const unsigned int length : lengths) {
-        all.push_back(allText.substr(offset, length));
-        offset += length;
+    if (myRank() != root) {
+        if (!mine.empty())
+            sendInPieces(mine, root);
+        return;
     }
+    all.resize(size());
+    for (unsigned int rank = 0; rank < size(); ++rank) {
+        if (rank == root)
+            all[rank] = mine;
+        else if (lengths[rank] != 0)
+            recvInPieces(all[rank], lengths[rank], rank);
+    }
+}
+
+Communicator& Communicator::recordChannel() {
+    // Created on the first collective that needs it, so every rank duplicates together.
+    if (!_recordChannel) {
+        int duplicate = QMX_MPI_COMM_NULL;
+        MpiCore::handleError(QMX_MPI_Comm_dup(_handle, &duplicate));
+        _recordChannel.reset(new Communicator(duplicate));
+    }
+    return *_recordChannel;
+}
+
+void Communicator::sendInPieces(const std::string& text, unsigned int dest) {
+    const std::uint64_t piece = std::max<std::uint64_t>(1, _maxBufferSize);
+    for (std::uint64_t offset = 0; offset < text.size(); offset += piece)
+        recordChannel().send(text.data() + offset,
+                             std::min<std::uint64_t>(piece, text.size() - offset), dest);
+}
+
+void Communicator::recvInPieces(std::string& text, std::uint64_t length, unsigned int source) {
+    text.resize(length);
+    const std::uint64_t piece = std::max<std::uint64_t>(1, _maxBufferSize);
+    for (std::uint64_t offset = 0; offset < length; offset += piece)
+        recordChannel().recv(text.data() + offset, std::min<std::uint64_t>(piece, length - offset),
+                             source);
 }
 
 void Communicator::gather(const Properties& mine, std::vector<Properties>& all) {
     std::vector<std::string> texts;
     gather(mine.toString(), texts, masterRank());
     all.clear();
-    for (const auto& text : texts) all.emplace_back(text);
+    for (const auto& text : texts)
+        all.emplace_back(text);
 }
 
 void Communicator::getDefaultDisplacements(const UnsignedCounts& counts,

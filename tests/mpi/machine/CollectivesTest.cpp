@@ -4,6 +4,7 @@
 
 #include "CommunicatorTesting.h"
 #include "machine/CustomReductionBuffer.h"
+#include "machine/RequestStack.h"
 
 namespace tolm {
 namespace {
@@ -311,6 +312,37 @@ TEST(Collectives, OversizedTotalsAndElementsAreRefused) {
               "Max count = 4294967295.\n"
               "Oversized messages may imply too few parallel processes are being used. | "
               "total <= 4294967295");
+}
+
+// Texts travel in pieces of the lowered limit, to a root that is not the master, past a
+// receive from any source with any tag that the user left open: it must still get the user's
+// own message, not a piece of a text.
+TEST(Collectives, TextsGatherInPiecesPastOpenUserReceives) {
+    const unsigned int root = size() - 1;
+    const std::string mine = rank() % 2 ? "" : std::string(rank() * 11 + 5, char('a' + rank()));
+    int userValue = 0;
+    MpiCore::RequestStack requests;
+    const bool userMessage = size() > 1;
+    if (userMessage && rank() == root)
+        world().iRecvFromAny(&userValue, 1, requests, Communicator::Tag(MpiCore::ANY_TAG));
+    std::vector<std::string> texts;
+    {
+        LoweredLimit limit(4 * size());
+        world().gather(mine, texts, root);
+    }
+    if (userMessage && rank() == 0)
+        world().send(payload(0, root), root, Communicator::Tag(7));
+    if (rank() != root) {
+        EXPECT_TRUE(texts.empty());
+        return;
+    }
+    if (userMessage) {
+        world().wait(requests);
+        EXPECT_EQ(userValue, payload(0, root));
+    }
+    ASSERT_EQ(texts.size(), size());
+    for (unsigned int r = 0; r < size(); ++r)
+        EXPECT_EQ(texts[r], r % 2 ? "" : std::string(r * 11 + 5, char('a' + r))) << "rank " << r;
 }
 
 }  // namespace
