@@ -184,6 +184,11 @@ bool SystemMonitor::sampleMemoryUse() {
     sample[ResidentHwm] = std::int64_t(usage.residentPeakBytes);
     sample[AdjustedVirtual] = sample[Virtual] - (_firstOnHost ? 0 : sample[Lib]);
     std::lock_guard lock(_mutex);
+    // A high-water mark never falls below a figure reported before. The kernel's marks can:
+    // they come from per-CPU approximations of the counters, and were seen to drop below a
+    // resident size reported a sample earlier.
+    sample[VirtualHwm] = std::max({sample[VirtualHwm], sample[Virtual], _current[VirtualHwm]});
+    sample[ResidentHwm] = std::max({sample[ResidentHwm], sample[Resident], _current[ResidentHwm]});
     _current = sample;
     for (std::size_t i = 0; i < numberMetrics; ++i)
         _peak[i] = std::max(_peak[i], sample[i]);
