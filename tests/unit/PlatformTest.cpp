@@ -1,4 +1,7 @@
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cmath>
 #include <cstring>
@@ -57,6 +60,33 @@ TEST(MemoryService, ParsesProcStatusAndSeesTouchedMemory) {
     const auto after = Platform::memory().currentProcess();
     EXPECT_GE(after.residentBytes, before.residentBytes + size / 2);
     EXPECT_GE(after.residentPeakBytes, after.residentBytes);
+}
+
+// The reader keeps the parent's status file open; a forked child must see its own memory.
+TEST(MemoryService, AReaderInAForkedChildReadsTheChild) {
+    const ProcessMemoryReader reader;
+    MemoryUsage parent;
+    ASSERT_TRUE(reader.read(parent));
+    constexpr std::size_t size = 64u << 20;
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        // Only system calls here: the parent's other threads may hold the allocator's lock.
+        MemoryUsage before;
+        MemoryUsage after;
+        bool seen = reader.read(before);
+        void* block =
+            ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        seen = seen && block != MAP_FAILED;
+        if (seen)
+            std::memset(block, 1, size);
+        seen = seen && reader.read(after) && after.residentBytes >= before.residentBytes + size;
+        ::_exit(seen ? 0 : 1);
+    }
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0)
+        << "the child's readings did not show the 64 MiB it touched";
 }
 
 TEST(FpuHandling, StatusFlagsAreReadAndCleared) {

@@ -16,6 +16,7 @@
 #include "machine/Machine.h"
 #include "machine/MemoryHistoryExport.h"
 #include "machine/OptionError.h"
+#include "machine/SamplingSchedule.h"
 #include "machine/SystemMonitor.h"
 #include "neo/Error.h"
 #include "neo/InternalError.h"
@@ -240,6 +241,28 @@ TEST(MemoryHistoryExport, AHistoryHoldsItsLatestSampleAtEachLine) {
     const auto empty = MemoryHistoryExport::resample({}, {}, grid, 1.0, problem);
     EXPECT_EQ(firstColumn(empty), (std::vector<std::int64_t>{0, 0, 0, 0}));
     EXPECT_EQ(problem, 0.0) << "a process without samples is reported at the start";
+}
+
+TEST(SamplingSchedule, KeepsItsPeriodHoweverLateItWakesAndStartsAfreshAfterAStall) {
+    using namespace std::chrono_literals;
+    const SamplingSchedule::Clock::time_point start = SamplingSchedule::Clock::now();
+    constexpr auto period = 20ms;
+    struct Turn {
+        std::chrono::microseconds wake;  // after `start`
+        bool due;
+        std::chrono::milliseconds nextDue;  // after `start`
+    };
+    const Turn turns[] = {{0us, true, 20ms},       // the first turn samples at once
+                          {23000us, true, 40ms},   // 3 ms late: the next keeps to the period
+                          {39000us, false, 40ms},  // early: nothing
+                          {40500us, true, 60ms},
+                          {125000us, true, 145ms},  // a stall: a new schedule from now
+                          {145100us, true, 165ms}};
+    SamplingSchedule schedule;
+    for (const Turn& turn : turns) {
+        EXPECT_EQ(schedule.takeDue(start + turn.wake, period), turn.due) << turn.wake.count();
+        EXPECT_EQ(schedule.nextDue(period), start + turn.nextDue) << turn.wake.count();
+    }
 }
 
 class MachineSystemMonitor : public ::testing::Test {

@@ -9,11 +9,8 @@
 #include "machine/MemoryHistoryExport.h"
 #include "neo/InternalError.h"
 #include "platform/InterruptableRunnable.h"
-#include "platform/MemoryService.h"
-#include "platform/Platform.h"
 #include "platform/Semaphore.h"
 #include "platform/Thread.h"
-#include "platform/TimeService.h"
 
 namespace tolm {
 
@@ -42,12 +39,11 @@ struct SystemMonitor::FirstSampleGate {
 class SystemMonitor::SamplingLoop : public InterruptableRunnable {
   public:
     explicit SamplingLoop(SystemMonitor& monitor) : _monitor(monitor) {}
+    // Sleeps until fixed deadlines rather than for a period after each turn, so that the
+    // wake-up latency neither stretches the period nor adds an early wake-up.
     void run() override {
-        // No yield before the sleep: the sleep gives the processor away, and a yield on top
-        // measurably added to the thread's cost.
-        do {
-            _monitor.runNestedTask();
-        } while (sleepFor(std::chrono::milliseconds(_monitor.getYieldTime())));
+        while (sleepUntil(_monitor.runNestedTask())) {
+        }
     }
 
   private:
@@ -169,18 +165,16 @@ std::size_t SystemMonitor::historySize() const {
     return _historyTimes.size();
 }
 
-void SystemMonitor::runNestedTask() {
-    const double now = Platform::time().wallSeconds();
-    if (now - _lastSampleTime > getYieldTime() / 1000.0) {
+SystemMonitor::Clock::time_point SystemMonitor::runNestedTask() {
+    const Clock::duration period = std::chrono::milliseconds(getYieldTime());
+    if (_schedule.takeDue(Clock::now(), period))
         sampleMemoryUse();
-        _lastSampleTime = now;
-    }
+    return _schedule.nextDue(period);
 }
 
 bool SystemMonitor::sampleMemoryUse() {
-    const MemoryUsage usage = Platform::memory().currentProcess();
-    // A running process always has virtual memory: zero means /proc could not be read.
-    if (usage.virtualBytes == 0)
+    MemoryUsage usage;
+    if (!_memoryReader.read(usage))
         return false;
     Sample sample;
     sample[Virtual] = std::int64_t(usage.virtualBytes);
@@ -190,6 +184,11 @@ bool SystemMonitor::sampleMemoryUse() {
     sample[ResidentHwm] = std::int64_t(usage.residentPeakBytes);
     sample[AdjustedVirtual] = sample[Virtual] - (_firstOnHost ? 0 : sample[Lib]);
     std::lock_guard lock(_mutex);
+    // A high-water mark never falls below a figure reported before. The kernel's marks can:
+    // they come from per-CPU approximations of the counters, and were seen to drop below a
+    // resident size reported a sample earlier.
+    sample[VirtualHwm] = std::max({sample[VirtualHwm], sample[Virtual], _current[VirtualHwm]});
+    sample[ResidentHwm] = std::max({sample[ResidentHwm], sample[Resident], _current[ResidentHwm]});
     _current = sample;
     for (std::size_t i = 0; i < numberMetrics; ++i)
         _peak[i] = std::max(_peak[i], sample[i]);

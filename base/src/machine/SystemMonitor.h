@@ -8,8 +8,10 @@
 #include <string_view>
 #include <vector>
 
+#include "machine/SamplingSchedule.h"
 #include "machine/Timer.h"
 #include "neo/Subject.h"
+#include "platform/MemoryService.h"
 
 namespace tolm {
 
@@ -96,8 +98,11 @@ class SystemMonitor {
     class SamplingLoop;
     class MachineObserver;
 
-    // One turn of the sampling thread: samples when a yield time has passed since the last.
-    void runNestedTask();
+    using Clock = SamplingSchedule::Clock;
+
+    // One turn of the sampling thread: samples when the next sample is due; returns when the
+    // one after is due.
+    Clock::time_point runNestedTask();
     void waitForFirstSample() const;
     std::shared_ptr<FirstSampleGate> currentGate() const;
     std::int64_t getProcessMem(MemoryMetric m, const Sample& values) const;
@@ -113,7 +118,8 @@ class SystemMonitor {
     std::vector<double> _historyTimes;
     std::vector<Sample> _historyValues;
     std::atomic<unsigned int> _yieldTime{defaultYieldTime};
-    double _lastSampleTime = 0.0;  // sampling thread only
+    ProcessMemoryReader _memoryReader;
+    SamplingSchedule _schedule;  // sampling thread only
     std::unique_ptr<Thread> _thread;
     std::unique_ptr<SamplingLoop> _loop;
     std::shared_ptr<FirstSampleGate> _gate;

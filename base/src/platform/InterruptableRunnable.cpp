@@ -20,4 +20,9 @@ bool InterruptableRunnable::sleepFor(std::chrono::duration<double> duration) {
     return !_wake.wait_for(lock, duration, [this] { return _interrupted; });
 }
 
+bool InterruptableRunnable::sleepUntil(std::chrono::steady_clock::time_point deadline) {
+    std::unique_lock lock(_mutex);
+    return !_wake.wait_until(lock, deadline, [this] { return _interrupted; });
+}
+
 }  // namespace tolm

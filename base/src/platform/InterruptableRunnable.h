@@ -6,7 +6,8 @@
 namespace tolm {
 
 // The body of a long-running worker thread that another thread can ask to stop. The body
-// polls `isInterrupted()` or sleeps with `sleepFor`, which returns early on an interrupt.
+// polls `isInterrupted()` or sleeps with `sleepFor` or `sleepUntil`, which return early on an
+// interrupt.
 class InterruptableRunnable {
   public:
     virtual ~InterruptableRunnable() = default;
@@ -18,6 +19,9 @@ class InterruptableRunnable {
   protected:
     // Sleeps for `duration`; false when interrupted before it passed.
     bool sleepFor(std::chrono::duration<double> duration);
+    // Sleeps until `deadline` on the monotonic clock; false when interrupted before it. A
+    // periodic body that sleeps until fixed deadlines keeps its period however late it wakes.
+    bool sleepUntil(std::chrono::steady_clock::time_point deadline);
 
   private:
     mutable std::mutex _mutex;
