@@ -10,8 +10,9 @@
 #                                  removes the namespaces and the directory.
 # Everything lives inside the new namespaces: the system's own network and configuration are
 # left alone. STATE receives key=value lines: dir, head (the namespace to start the launcher
-# in), iface (its interface), subnet, rsh (an ssh wrapper with the private options), hosts and
-# names (the addresses and host names, blank-separated), pids (the sshds); "skip=<reason>" when
+# in), switch (the bridge's namespace), iface (the head's interface), subnet, rsh (an ssh
+# wrapper with the private options), hosts, names and ports (the addresses, host names and the
+# hosts' ports on the bridge, blank-separated), pids (the sshds); "skip=<reason>" when
 # this machine cannot make network namespaces, "error=<reason>" when the set-up failed. start
 # never fails, so that the tests can say why; a failed start removes what it made.
 # Namespaces are named tolmnet-<epoch seconds>-<random>-<role>; start also removes those of runs
@@ -147,17 +148,17 @@ start() {
     attach "$run" "$run-head" "$head_address" head || fail "cannot attach the head namespace"
     [[ -d /run/sshd ]] || mkdir -p /run/sshd || fail "/run/sshd is missing and cannot be made"
     write_ssh_files "$dir" || fail "ssh-keygen failed"
-    local i address name hosts=() names=()
+    local i address name hosts=() names=() ports=()
     for ((i = 1; i <= count; ++i)); do
         address=$subnet_prefix.$i name=tolm-host$i
         attach "$run" "$run-host$i" "$address" "host$i" || fail "cannot attach host $i"
         launch_sshd "$run-host$i" "$address" "$name" "$dir" ||
             fail "sshd of $name did not start: $(tail -n 1 "$dir/sshd-$name.log")"
-        hosts+=("$address") names+=("$name")
+        hosts+=("$address") names+=("$name") ports+=("host$i")
     done
-    printf 'head=%s\niface=eth0\nsubnet=%s.0/24\nrsh=%s\nhosts=%s\nnames=%s\npids=%s\n' \
-        "$run-head" "$subnet_prefix" "$dir/ssh" "${hosts[*]}" "${names[*]}" \
-        "$(tr '\n' ' ' <"$dir/sshd-pids")" >>"$state"
+    printf 'head=%s\nswitch=%s\niface=eth0\nsubnet=%s.0/24\nrsh=%s\nhosts=%s\nnames=%s\nports=%s\npids=%s\n' \
+        "$run-head" "$run-switch" "$subnet_prefix" "$dir/ssh" "${hosts[*]}" "${names[*]}" \
+        "${ports[*]}" "$(tr '\n' ' ' <"$dir/sshd-pids")" >>"$state"
     local reply
     for ((i = 0; i < count; ++i)); do
         reply=$(timeout 20 ip netns exec "$run-head" "$dir/ssh" "${hosts[i]}" hostname 2>&1)
