@@ -19,13 +19,16 @@ std::chrono::milliseconds sleepPeriod() {
     return period;
 }
 
-// Polls until the requests complete: busily for the first spinTime seconds of the timer's
-// interval, then with a sleep after each poll.
+// Polls until the requests complete: for the first spinTime seconds of the timer's interval
+// busily, yielding the processor between polls (a rank that shares its core with the one it
+// waits for lets that one run), then with a sleep after each poll.
 void pollThenWait(Communicator& comm, MpiCore::RequestStack& requests, const Timer& timer,
                   double spinTime) {
     while (!comm.test(requests)) {
         if (timer.getWallTime() > spinTime)
             std::this_thread::sleep_for(sleepPeriod());
+        else
+            std::this_thread::yield();
     }
     comm.wait(requests);
 }
