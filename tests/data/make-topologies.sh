@@ -69,6 +69,9 @@ printf "$machine" lo >damaged-unreadable-complete-cpuset.xml
 # An empty set, which hwloc's set reader reads past its end.
 printf '<?xml version="1.0" encoding="UTF-8"?>\n<topology version="2.0">\n  <object type="Machine" allowed_nodeset=""/>\n</topology>\n' \
     >damaged-empty-allowed-nodeset.xml
+# The format of hwloc 1 (no version), with a NUMA node without nodeset.
+printf '<?xml version="1.0" encoding="UTF-8"?>\n<topology>\n  <object type="Machine" cpuset="0xf" complete_cpuset="0xf">\n    <object type="NUMANode" os_index="0"/>\n  </object>\n</topology>\n' \
+    >damaged-hwloc1-numa-without-nodeset.xml
 # Bytes that UTF-7 cannot decode have libxml2 call its generic error handler.
 printf '<?xml version="1.0" encoding="UTF-7"?>\n<topology>\303\220\377</topology>\n' \
     >damaged-utf7-bytes.xml

@@ -102,6 +102,8 @@ TEST(CpuTopologyFallback, XmlThatHwlocWouldNotSurviveGivesNoTopology) {
          "the Machine object with os_index 0 has complete_cpuset \"lo\", which is no set"},
         {"damaged-empty-allowed-nodeset.xml",
          "the Machine object has allowed_nodeset \"\", which is no set"},
+        {"damaged-hwloc1-numa-without-nodeset.xml",
+         "it is not in the format of hwloc 2 or later (<topology version=\"2.0\">)"},
         {"damaged-doctype-without-dtd.xml", "its document type declaration names no DTD file"},
         {"damaged-numa-without-os-index.xml", "the NUMANode object has no os_index below 1048576"},
         {"damaged-pu-with-huge-os-index.xml",

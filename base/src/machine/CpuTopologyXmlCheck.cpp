@@ -5,6 +5,7 @@
 #include <libxml/tree.h>
 
 #include <climits>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
@@ -158,6 +159,16 @@ std::string findTreeDefect(const xmlNode* root) {
     return {};
 }
 
+// hwloc 2 reads the formats of hwloc 1 too, by another path that trusts its input as much;
+// every export of hwloc 2 says so in its root element.
+bool isVersion2OrLater(const xmlNode* root) {
+    const char* version = plainValue(root, "version");
+    unsigned major = 0;
+    unsigned minor = 0;
+    return std::strcmp(text(root->name), "topology") == 0 && version &&
+           std::sscanf(version, "%u.%u", &major, &minor) == 2 && major >= 2;
+}
+
 void ignoreXmlError(void*, const char*, ...) {}
 
 Document read(const std::string& xml) {
@@ -187,6 +198,8 @@ CpuTopologyXmlCheck::CpuTopologyXmlCheck(const std::string& xml) {
     const xmlDtd* declaration = xmlGetIntSubset(document.get());
     if (declaration && !declaration->SystemID)
         _defect = "its document type declaration names no DTD file";
+    else if (!isVersion2OrLater(root))
+        _defect = "it is not in the format of hwloc 2 or later (<topology version=\"2.0\">)";
     else
         _defect = findTreeDefect(root);
 }

@@ -11,7 +11,9 @@ namespace tolm {
 //  - an object with a cpuset but no complete_cpuset, or the other way round, or a cpuset that
 //    is not part of its complete_cpuset; likewise for nodesets (hwloc uses them unchecked);
 //  - a PU or NUMA node without a small os_index (hwloc allocates a bitmap up to that bit);
-//  - a document type declaration without a system identifier (hwloc compares it unchecked).
+//  - a document type declaration without a system identifier (hwloc compares it unchecked);
+//  - a format older than hwloc 2 (read by another path of hwloc that is no more careful; the
+//    topologies come from hwloc 2 exports).
 // It reads the text with libxml2, as hwloc does with its XML plugin (libhwloc-plugins), and
 // takes only attribute values that are one plain text, which every hwloc reader sees alike.
 class CpuTopologyXmlCheck {
