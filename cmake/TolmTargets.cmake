@@ -12,10 +12,12 @@ if(TOLM_SANITIZE)
     target_compile_options(tolm_build_options INTERFACE
         -fsanitize=${TOLM_SANITIZE} -fno-omit-frame-pointer)
     target_link_options(tolm_build_options INTERFACE -fsanitize=${TOLM_SANITIZE})
-    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
-        # clang links its sanitizer runtime statically into executables only; the shared
-        # libraries (linked with --no-undefined) need it as a shared library, as GCC does,
-        # found where clang keeps it.
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND NOT TOLM_SANITIZE MATCHES "thread")
+        # clang links its sanitizer runtime statically into executables only; the MPI drivers
+        # (linked with --no-undefined) need it as a shared library, as GCC does, found where
+        # clang keeps it. The thread sanitizer's runtime cannot be shared (libstdc++'s start-up
+        # would call it before it is set up): it stays in the executables, and the libraries
+        # find its symbols there.
         execute_process(COMMAND ${CMAKE_CXX_COMPILER} -print-file-name=libclang_rt.asan-x86_64.so
             OUTPUT_VARIABLE _tolm_asan_runtime OUTPUT_STRIP_TRAILING_WHITESPACE)
         get_filename_component(_tolm_sanitizer_dir ${_tolm_asan_runtime} DIRECTORY)

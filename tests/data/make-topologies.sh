@@ -48,4 +48,31 @@ damage damaged-socket-mapping.xml 's/type="Package" os_index="1"/type="Group"/'
 damage damaged-numa-mapping.xml 's{\n\s*<object type="NUMANode" os_index="1".*?</object>}{}s'
 damage damaged-no-pus.xml 's{\n\s*<object type="PU"[^\n]*}{}g'
 head -c 600 base.xml >damaged-truncated.xml
+# Defects that crash hwloc's loader (or have it allocate half a gigabyte) instead of failing it.
+damage damaged-pu-without-complete-cpuset.xml \
+    's/(type="PU" os_index="3" cpuset="\w+") complete_cpuset="\w+"/$1/'
+damage damaged-root-without-complete-cpuset.xml \
+    's/(type="Machine" os_index="0" cpuset="\w+") complete_cpuset="\w+"/$1/'
+damage damaged-numa-without-complete-nodeset.xml \
+    's/(type="NUMANode" os_index="0"[^>]*?) complete_nodeset="\w+"/$1/'
+damage damaged-root-without-complete-nodeset.xml \
+    's/(type="Machine"[^>]*?) complete_nodeset="\w+"/$1/'
+damage damaged-doctype-without-dtd.xml 's/ SYSTEM "hwloc2.dtd"//'
+damage damaged-numa-without-os-index.xml 's/type="NUMANode" os_index="1"/type="NUMANode"/'
+damage damaged-pu-with-huge-os-index.xml 's/type="PU" os_index="5"/type="PU" os_index="4000000000"/'
+# A machine without children whose complete_cpuset is empty or unreadable.
+machine='<?xml version="1.0" encoding="UTF-8"?>\n<topology version="2.0">\n  <object type="Machine" os_index="0" cpuset="0x7" complete_cpuset="%s" nodeset="0x1" complete_nodeset="0x1"/>\n</topology>\n'
+# shellcheck disable=SC2059
+printf "$machine" 0x0 >damaged-cpuset-outside-complete-cpuset.xml
+# shellcheck disable=SC2059
+printf "$machine" lo >damaged-unreadable-complete-cpuset.xml
+# An empty set, which hwloc's set reader reads past its end.
+printf '<?xml version="1.0" encoding="UTF-8"?>\n<topology version="2.0">\n  <object type="Machine" allowed_nodeset=""/>\n</topology>\n' \
+    >damaged-empty-allowed-nodeset.xml
+# The format of hwloc 1 (no version), with a NUMA node without nodeset.
+printf '<?xml version="1.0" encoding="UTF-8"?>\n<topology>\n  <object type="Machine" cpuset="0xf" complete_cpuset="0xf">\n    <object type="NUMANode" os_index="0"/>\n  </object>\n</topology>\n' \
+    >damaged-hwloc1-numa-without-nodeset.xml
+# Bytes that UTF-7 cannot decode have libxml2 call its generic error handler.
+printf '<?xml version="1.0" encoding="UTF-7"?>\n<topology>\303\220\377</topology>\n' \
+    >damaged-utf7-bytes.xml
 rm base.xml

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "machine/CpuTopology.h"
@@ -81,6 +82,51 @@ TEST(CpuTopologyFallback, TextThatHwlocCannotLoadGivesNoTopology) {
         EXPECT_EQ(log.warnings(), Warnings{});
         expectNoTopology(topology);
     }
+}
+
+// Defects that crash hwloc's loader (or have it allocate half a gigabyte): the text is refused
+// before hwloc sees it, with a warning naming the defect.
+TEST(CpuTopologyFallback, XmlThatHwlocWouldNotSurviveGivesNoTopology) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"damaged-pu-without-complete-cpuset.xml",
+         "the PU object with os_index 3 has a cpuset but no complete_cpuset"},
+        {"damaged-root-without-complete-cpuset.xml",
+         "the Machine object with os_index 0 has a cpuset but no complete_cpuset"},
+        {"damaged-numa-without-complete-nodeset.xml",
+         "the NUMANode object with os_index 0 has a nodeset but no complete_nodeset"},
+        {"damaged-root-without-complete-nodeset.xml",
+         "the Machine object with os_index 0 has a nodeset but no complete_nodeset"},
+        {"damaged-cpuset-outside-complete-cpuset.xml",
+         "the Machine object with os_index 0 has a cpuset outside its complete_cpuset"},
+        {"damaged-unreadable-complete-cpuset.xml",
+         "the Machine object with os_index 0 has complete_cpuset \"lo\", which is no set"},
+        {"damaged-empty-allowed-nodeset.xml",
+         "the Machine object has allowed_nodeset \"\", which is no set"},
+        {"damaged-hwloc1-numa-without-nodeset.xml",
+         "it is not in the format of hwloc 2 or later (<topology version=\"2.0\">)"},
+        {"damaged-doctype-without-dtd.xml", "its document type declaration names no DTD file"},
+        {"damaged-numa-without-os-index.xml", "the NUMANode object has no os_index below 1048576"},
+        {"damaged-pu-with-huge-os-index.xml",
+         "the PU object with os_index 4000000000 has no os_index below 1048576"}};
+    for (const auto& [name, defect] : cases) {
+        test::WarningCapture log;
+        const CpuTopology topology = loadFixture(name);
+        EXPECT_EQ(log.warnings(),
+                  Warnings{std::string("CpuTopology::Impl::load: The hwloc XML topology is "
+                                       "damaged (") +
+                           defect + "); no topology is loaded."})
+            << name;
+        expectNoTopology(topology);
+    }
+}
+
+// hwloc's XML plugin sets libxml2's error handler to a function of its own and is unloaded with
+// the topology; bytes that UTF-7 cannot decode reach that handler on a later read.
+TEST(CpuTopologyFallback, UndecodableTextAfterAnotherTopologyGivesNoTopology) {
+    (void)loadFixture("single-core.xml");
+    test::WarningCapture log;
+    expectNoTopology(loadFixture("damaged-utf7-bytes.xml"));
+    EXPECT_EQ(log.warnings(), Warnings{});
 }
 
 TEST(CpuTopologyFallback, CoresOutOfOrderFallBackToOneCorePerLpu) {

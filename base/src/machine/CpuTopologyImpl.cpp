@@ -4,7 +4,9 @@
 #include <numeric>
 #include <set>
 
+#include "machine/CpuTopologyXmlCheck.h"
 #include "neo/InternalError.h"
+#include "platform/Log.h"
 
 namespace tolm {
 namespace {
@@ -45,6 +47,8 @@ CpuTopology::Impl::~Impl() {
 }
 
 bool CpuTopology::Impl::load(const std::string& xml) {
+    if (!xml.empty() && !acceptXml(xml))
+        return false;
     if (hwloc_topology_init(&_topology) != 0) {
         _topology = nullptr;
         return false;
@@ -65,6 +69,17 @@ bool CpuTopology::Impl::load(const std::string& xml) {
     if (!loaded)
         destroyTopology();
     return loaded;
+}
+
+// hwloc refuses XML it cannot read, but crashes on some defects of XML it can; those are
+// caught here, before hwloc sees the text, and the text is refused the same way, with a
+// warning naming the defect.
+bool CpuTopology::Impl::acceptXml(const std::string& xml) {
+    const CpuTopologyXmlCheck check(xml);
+    if (check.wellFormed() && !check.loadable())
+        OS::Log::warning("CpuTopology::Impl::load: The hwloc XML topology is damaged (" +
+                         check.defect() + "); no topology is loaded.");
+    return check.loadable();
 }
 
 void CpuTopology::Impl::destroyTopology() {

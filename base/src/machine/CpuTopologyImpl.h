@@ -89,6 +89,7 @@ class CpuTopology::Impl {
                                               const AffinityMask& mask);
 
     bool load(const std::string& xml);
+    static bool acceptXml(const std::string& xml);
     void destroyTopology();
     void extractTopology();
     void extractPhysicalCores();
