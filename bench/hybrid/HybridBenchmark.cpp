@@ -25,7 +25,10 @@
 namespace tolm {
 namespace {
 
-constexpr unsigned long totalWork = 60'000'000;  // kernel steps of one measurement
+// Kernel steps of one measurement: about a second of work, so that the end of a hybrid
+// operation, where the sleeping processes wake within one sleep period (10 ms), weighs
+// about as little as in a real operation of that size.
+constexpr unsigned long totalWork = 600'000'000;
 constexpr int repetitions = 5;
 
 double kernel(unsigned long first, unsigned long last) {
