@@ -20,10 +20,7 @@ namespace {
 
 using Arguments = std::vector<std::string>;
 
-const std::string simulatedHosts =
-    (std::filesystem::path(__FILE__).parent_path() / "../mpi/hostmap/simulated-hosts.sh")
-        .lexically_normal()
-        .string();
+const std::string simulatedHosts = TOLM_SIMULATED_HOSTS_SCRIPT;
 
 struct Job {
     const char* driver;
