@@ -22,14 +22,8 @@ set -uo pipefail
 readonly action=$1 state=$2
 readonly subnet_prefix=10.77.0 port=2222 head_address=10.77.0.100
 
-value() { sed -n "s/^$1=//p" "$state" 2>/dev/null; }
-
-# True while process $1 runs; a zombie counts as gone.
-alive() {
-    local status
-    status=$(awk '{print $3}' "/proc/$1/stat" 2>/dev/null)
-    [[ -n $status && $status != Z ]]
-}
+# shellcheck source=../support/ssh-fixture-functions.sh
+source "$(dirname "$0")/../support/ssh-fixture-functions.sh"
 
 # Ends every process inside namespace $1 (all of them were started by this script or through
 # its sshds), then removes the namespace.
@@ -83,8 +77,7 @@ attach() {
 
 write_ssh_files() {
     local dir=$1
-    ssh-keygen -q -t ed25519 -N '' -C tolm-test-host -f "$dir/host_key" &&
-        ssh-keygen -q -t ed25519 -N '' -C tolm-test-user -f "$dir/user_key" || return 1
+    make_ssh_keys "$dir" || return 1
     cp "$dir/user_key.pub" "$dir/authorized_keys"
     cat >"$dir/ssh_config" <<CONFIG
 Port $port
@@ -103,18 +96,7 @@ CONFIG
 # Starts host $2's sshd in namespace $1, in a UTS namespace named $3; true once it listens.
 launch_sshd() {
     local ns=$1 address=$2 name=$3 dir=$4 config=$4/sshd-$3
-    cat >"$config.conf" <<CONFIG
-ListenAddress $address
-Port $port
-HostKey $dir/host_key
-AuthorizedKeysFile $dir/authorized_keys
-PermitRootLogin prohibit-password
-PasswordAuthentication no
-KbdInteractiveAuthentication no
-StrictModes no
-UsePAM no
-PidFile $config.pid
-CONFIG
+    write_sshd_config "$config.conf" "$address" "$port" "$dir" "$config.pid"
     : >"$config.log"
     # shellcheck disable=SC2016 # the inner shell expands its own arguments
     ip netns exec "$ns" unshare --uts sh -c 'hostname "$0" && exec "$@"' "$name" \

@@ -9,14 +9,8 @@ set -uo pipefail
 
 readonly action=$1 state=$2
 
-value() { sed -n "s/^$1=//p" "$state" 2>/dev/null; }
-
-# True while process $1 runs; a zombie waiting for a lazy init to reap it counts as gone.
-alive() {
-    local status
-    status=$(awk '{print $3}' "/proc/$1/stat" 2>/dev/null)
-    [[ -n $status && $status != Z ]]
-}
+# shellcheck source=../support/ssh-fixture-functions.sh
+source "$(dirname "$0")/../support/ssh-fixture-functions.sh"
 
 skip() {
     echo "skip=$*" >>"$state"
@@ -28,18 +22,7 @@ skip() {
 # true once it listens.
 launch() {
     local dir=$1 port=$2
-    cat >"$dir/sshd_config" <<CONFIG
-ListenAddress 127.0.0.1
-Port $port
-HostKey $dir/host_key
-AuthorizedKeysFile $dir/authorized_keys
-PermitRootLogin prohibit-password
-PasswordAuthentication no
-KbdInteractiveAuthentication no
-StrictModes no
-UsePAM no
-PidFile $dir/sshd.pid
-CONFIG
+    write_sshd_config "$dir/sshd_config" 127.0.0.1 "$port" "$dir" "$dir/sshd.pid"
     : >"$dir/sshd.log"
     /usr/sbin/sshd -D -f "$dir/sshd_config" -E "$dir/sshd.log" </dev/null >/dev/null 2>&1 &
     pid=$!
@@ -58,9 +41,7 @@ start() {
     local dir
     dir=$(mktemp -d "${TMPDIR:-/tmp}/tolm-sshd-XXXXXX") || skip "no temporary directory"
     echo "dir=$dir" >"$state"
-    ssh-keygen -q -t ed25519 -N '' -C tolm-test-host -f "$dir/host_key" &&
-        ssh-keygen -q -t ed25519 -N '' -C tolm-test-user -f "$dir/user_key" ||
-        skip "ssh-keygen failed"
+    make_ssh_keys "$dir" || skip "ssh-keygen failed"
     cp "$dir/user_key.pub" "$dir/authorized_keys"
     # sshd insists on its privilege separation directory; only root can make it.
     [[ -d /run/sshd ]] || mkdir -p /run/sshd 2>/dev/null ||

@@ -1,0 +1,34 @@
+# Shell functions the ssh test fixtures share (sourced, not run). The callers set $state, the
+# fixture's key=value file.
+
+value() { sed -n "s/^$1=//p" "$state" 2>/dev/null; }
+
+# True while process $1 runs; a zombie waiting for a lazy init to reap it counts as gone.
+alive() {
+    local status
+    status=$(awk '{print $3}' "/proc/$1/stat" 2>/dev/null)
+    [[ -n $status && $status != Z ]]
+}
+
+# A host key and a user key, without passphrase, in directory $1.
+make_ssh_keys() {
+    ssh-keygen -q -t ed25519 -N '' -C tolm-test-host -f "$1/host_key" &&
+        ssh-keygen -q -t ed25519 -N '' -C tolm-test-user -f "$1/user_key"
+}
+
+# Writes to $1 the configuration of a private sshd: address $2, port $3, keys of directory $4,
+# process id file $5; no password, no PAM, nothing of the system's configuration.
+write_sshd_config() {
+    cat >"$1" <<CONFIG
+ListenAddress $2
+Port $3
+HostKey $4/host_key
+AuthorizedKeysFile $4/authorized_keys
+PermitRootLogin prohibit-password
+PasswordAuthentication no
+KbdInteractiveAuthentication no
+StrictModes no
+UsePAM no
+PidFile $5
+CONFIG
+}
