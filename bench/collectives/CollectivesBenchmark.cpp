@@ -179,17 +179,10 @@ void printHeader(int size) {
 
 int main(int argc, char** argv) {
     using namespace tolm::bench;
-    startMachine(argc, argv);
-    world = tolm::Machine::globalCommunicator();
-    rank = static_cast<int>(world->myRank());
-    if (world->size() < 2) {
-        std::fprintf(stderr, "Run with at least 2 ranks\n");
-        tolm::Machine::stopCommunicators();
+    world = startPairedBenchmark(argc, argv);
+    if (!world)
         return 1;
-    }
-    if (!pinToOneCore(world->myRank()))
-        std::fprintf(stderr, "rank %d could not pin itself to a core; figures will be noisy\n",
-                     rank);
+    rank = static_cast<int>(world->myRank());
     data.assign(largest / sizeof(double), 0.0);
     if (rank == 0)
         printHeader(static_cast<int>(world->size()));

@@ -187,18 +187,11 @@ void printHeader(int size, long count) {
 
 int main(int argc, char** argv) {
     using namespace tolm::bench;
-    startMachine(argc, argv);
-    tolm::Communicator* world = tolm::Machine::globalCommunicator();
+    tolm::Communicator* world = startPairedBenchmark(argc, argv);
+    if (!world)
+        return 1;
     rank = static_cast<int>(world->myRank());
     master = tolm::Machine::isMaster();
-    if (world->size() < 2) {
-        std::fprintf(stderr, "Run with at least 2 ranks\n");
-        tolm::Machine::stopCommunicators();
-        return 1;
-    }
-    if (!pinToOneCore(world->myRank()))
-        std::fprintf(stderr, "rank %d could not pin itself to a core; figures will be noisy\n",
-                     rank);
     // More ranks than cores: spinning ranks share a core, and a round trip takes time slices.
     const bool crowded = world->size() > std::max(1u, std::thread::hardware_concurrency());
     const long count = crowded ? 50 : 1000;

@@ -4,10 +4,12 @@
 #include <sched.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "machine/Communicator.h"
 #include "machine/Machine.h"
 
 namespace tolm::bench {
@@ -31,6 +33,22 @@ inline bool pinToOneCore(unsigned int rank) {
     CPU_ZERO(&set);
     CPU_SET(static_cast<int>(rank % cores), &set);
     return sched_setaffinity(0, sizeof(set), &set) == 0;
+}
+
+// startMachine, then the checks every paired benchmark makes: at least two ranks (else it
+// says so, stops MPI and gives null) and each rank pinned to a core (a warning when not).
+inline Communicator* startPairedBenchmark(int argc, char** argv) {
+    startMachine(argc, argv);
+    Communicator* world = Machine::globalCommunicator();
+    if (world->size() < 2) {
+        std::fprintf(stderr, "Run with at least 2 ranks\n");
+        Machine::stopCommunicators();
+        return nullptr;
+    }
+    if (!pinToOneCore(world->myRank()))
+        std::fprintf(stderr, "rank %u could not pin itself to a core; figures will be noisy\n",
+                     world->myRank());
+    return world;
 }
 
 inline double median(std::vector<double> values) {

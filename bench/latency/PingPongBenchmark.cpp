@@ -1,8 +1,8 @@
 // Latency of 8-byte messages through Communicator, beside the same exchange through the MPI
 // wrapper (QMX_MPI_*) and through native MPI, all in the same job; first the cost of a call
-// that does not communicate (the rank query), which is the wrapper's table jump alone. Built once per MPI; the
-// machine starts MPI through that MPI's driver. Run with 2 ranks: ranks 0 and 1 exchange,
-// further ranks only join the barriers.
+// that does not communicate (the rank query), which is the wrapper's table jump alone. Built once
+// per MPI; the machine starts MPI through that MPI's driver. Run with 2 ranks: ranks 0 and 1
+// exchange, further ranks only join the barriers.
 //
 // The three sides are timed in short rounds, one after the other, each side taking each place
 // in a round in turn. Load elsewhere on the machine only ever adds time, so the table shows
@@ -193,17 +193,10 @@ void printHeader(int size) {
 
 int main(int argc, char** argv) {
     using namespace tolm::bench;
-    startMachine(argc, argv);
-    world = tolm::Machine::globalCommunicator();
-    rank = static_cast<int>(world->myRank());
-    if (world->size() < 2) {
-        std::fprintf(stderr, "Run with at least 2 ranks\n");
-        tolm::Machine::stopCommunicators();
+    world = startPairedBenchmark(argc, argv);
+    if (!world)
         return 1;
-    }
-    if (!pinToOneCore(world->myRank()))
-        std::fprintf(stderr, "rank %d could not pin itself to a core; figures will be noisy\n",
-                     rank);
+    rank = static_cast<int>(world->myRank());
     if (rank == 0)
         printHeader(static_cast<int>(world->size()));
     const Operation operations[] = {

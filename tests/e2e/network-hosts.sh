@@ -103,12 +103,7 @@ launch_sshd() {
         /usr/sbin/sshd -D -f "$config.conf" -E "$config.log" </dev/null >/dev/null 2>&1 &
     local pid=$!
     echo "$pid" >>"$dir/sshd-pids"
-    for _ in $(seq 100); do
-        grep -q "Server listening" "$config.log" && return 0
-        alive "$pid" || return 1
-        sleep 0.05
-    done
-    return 1
+    await_sshd "$pid" "$config.log"
 }
 
 start() {

@@ -26,12 +26,7 @@ launch() {
     : >"$dir/sshd.log"
     /usr/sbin/sshd -D -f "$dir/sshd_config" -E "$dir/sshd.log" </dev/null >/dev/null 2>&1 &
     pid=$!
-    for _ in $(seq 100); do
-        grep -q "Server listening" "$dir/sshd.log" && return 0
-        alive "$pid" || return 1
-        sleep 0.05
-    done
-    return 1
+    await_sshd "$pid" "$dir/sshd.log"
 }
 
 start() {

@@ -32,3 +32,14 @@ UsePAM no
 PidFile $5
 CONFIG
 }
+
+# True once the sshd of process $1 says in its log $2 that it listens (within 5 s); false when
+# it ends or stays silent.
+await_sshd() {
+    for _ in $(seq 100); do
+        grep -q "Server listening" "$2" && return 0
+        alive "$1" || return 1
+        sleep 0.05
+    done
+    return 1
+}
