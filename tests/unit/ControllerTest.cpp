@@ -1,9 +1,11 @@
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <sstream>
 
 #include "neo/Controller.h"
 #include "neo/Error.h"
+#include "neo/EventTracker.h"
 #include "neo/NonRecoverableError.h"
 
 namespace tolm {
@@ -113,6 +115,46 @@ TEST(Subject, ObserversMayDetachWhileBeingNotified) {
     subject.notify(2);
     EXPECT_EQ(seen, (std::vector<int>{1, 2}));
     EXPECT_EQ(subject.size(), 1u);
+}
+
+// Both ways of walking the observers: a few copied onto the stack, many into a vector.
+TEST(Subject, ObserversAttachedWhileBeingNotifiedHearOnlyLaterEvents) {
+    for (const std::size_t count : {1u, 6u}) {
+        TypedSubject<int> subject;
+        std::vector<int> seen;
+        FunctionObserver<int> late([&](int value) { seen.push_back(-value); });
+        std::vector<std::unique_ptr<FunctionObserver<int>>> observers;
+        for (std::size_t i = 0; i < count; ++i) {
+            observers.push_back(std::make_unique<FunctionObserver<int>>([&](int value) {
+                seen.push_back(value);
+                subject.attach(late);
+            }));
+            subject.attach(*observers.back());
+        }
+        subject.notify(1);
+        EXPECT_EQ(seen, std::vector<int>(count, 1)) << count << " observers";
+        seen.clear();
+        subject.notify(2);
+        std::vector<int> expected(count, 2);
+        expected.push_back(-2);
+        EXPECT_EQ(seen, expected) << count << " observers";
+    }
+}
+
+// Scopes are counted by their texts, wherever those texts are stored.
+TEST(EventTracker, ScopesWithEqualNamesShareOneEntry) {
+    EventTracker::reset();
+    const std::string category = "CommandController";
+    const std::string name = "scatterCommand";
+    { const EventTracker::Track track("CommandController", "scatterCommand"); }
+    { const EventTracker::Track track(category.c_str(), name.c_str()); }
+    { const EventTracker::Track track("CommandController", "gatherResponse"); }
+    const auto& totals = EventTracker::totals();
+    ASSERT_EQ(totals.size(), 2u);
+    EXPECT_EQ(totals.at({"CommandController", "scatterCommand"}).count, 2u);
+    EXPECT_EQ(totals.at({"CommandController", "gatherResponse"}).count, 1u);
+    EXPECT_GE(totals.at({"CommandController", "scatterCommand"}).seconds, 0.0);
+    EventTracker::reset();
 }
 
 }  // namespace

@@ -409,6 +409,11 @@ class Communicator {
     // Runs one wrapper call with the checks and bookkeeping every operation shares.
     template <typename WrapperCall>
     void communicate(const char* operation, std::uint64_t bytes, int peer, WrapperCall&& call);
+    // The same with the communication timer or the statistics recorder on; kept out of line so
+    // that the unmeasured call stays small.
+    template <typename WrapperCall>
+    [[gnu::noinline]] void communicateMeasured(const char* operation, std::uint64_t bytes, int peer,
+                                               WrapperCall&& call);
 
     // Point-to-point: the untyped forms behind the typed ones, and the views these build.
     template <typename T>
@@ -466,6 +471,7 @@ class Communicator {
                             MpiCore::RequestStack& requests);
     void sendrecvBuffer(const ConstBufferBase<int>& sendbuf, unsigned int dest,
                         const BufferBase<int>& recvbuf, unsigned int source, Tag tag);
+    static void checkStatus(int err, const QMX_MPI_Status_struct& status);
     void receive(const char* operation, const BufferBase<int>& buffer, int source, Tag tag,
                  QMX_MPI_Status_struct& status);
     void _probe(int& source, int& tag, const int& wantedTag, int datatype, int& count);
@@ -489,6 +495,7 @@ class Communicator {
 
 }  // namespace tolm
 
+#include "machine/CommunicatorCall.h"
 #include "machine/CommunicatorCollectives.h"
 
 namespace tolm {

@@ -1,15 +1,28 @@
 #pragma once
-// The steps every communicating operation of Communicator shares; included only by the
-// sources that implement those operations.
+// The steps every communicating operation of Communicator shares, and the blocking send and
+// receive, which are inline: point-to-point latency counts, and a call into the library would
+// cost more than their checks.
 #include "machine/Communicator.h"
 #include "machine/MpiCore.h"
 
 namespace tolm {
 
+// The unmeasured case tests one condition before the call, so a send costs next to nothing over
+// the wrapper's.
 template <typename WrapperCall>
 void Communicator::communicate(const char* operation, std::uint64_t bytes, int peer,
                                WrapperCall&& call) {
     checkSerialCriticalLock();
+    if (_timerEnabled || _statistics) [[unlikely]] {
+        communicateMeasured(operation, bytes, peer, call);
+        return;
+    }
+    MpiCore::handleError(call());
+}
+
+template <typename WrapperCall>
+void Communicator::communicateMeasured(const char* operation, std::uint64_t bytes, int peer,
+                                       WrapperCall&& call) {
     const double start = _timerEnabled ? QMX_MPI_Wtime() : 0.0;
     if (_statistics)
         _statistics->open(operation, bytes);
@@ -19,6 +32,39 @@ void Communicator::communicate(const char* operation, std::uint64_t bytes, int p
     if (_timerEnabled)
         _communicationTime += QMX_MPI_Wtime() - start;
     MpiCore::handleError(err);
+}
+
+inline void Communicator::checkStatus(int err, const QMX_MPI_Status_struct& status) {
+    // The status form of handleError builds a vector before it looks at the code: keep that
+    // off the path of every successful receive.
+    if (err != QMX_MPI_SUCCESS) [[unlikely]]
+        MpiCore::handleError(err, status);
+}
+
+inline void Communicator::sendBuffer(const ConstBufferBase<int>& buffer, unsigned int dest,
+                                     Tag tag) {
+    checkSendPeer(dest);
+    communicate("Communicator::Send", buffer.bytes(), static_cast<int>(dest), [&] {
+        return QMX_MPI_Send(buffer.data, buffer.size, buffer.type, static_cast<int>(dest),
+                            tag.value(), _handle);
+    });
+}
+
+inline void Communicator::recvBuffer(const BufferBase<int>& buffer, unsigned int source, Tag tag) {
+    checkRecvPeer(static_cast<int>(source));
+    QMX_MPI_Status_struct status{};
+    receive("Communicator::Recv", buffer, static_cast<int>(source), tag, status);
+}
+
+inline void Communicator::receive(const char* operation, const BufferBase<int>& buffer, int source,
+                                  Tag tag, QMX_MPI_Status_struct& status) {
+    int err = QMX_MPI_SUCCESS;
+    communicate(operation, buffer.bytes(), source, [&] {
+        err = QMX_MPI_Recv(buffer.data, buffer.size, buffer.type, source, tag.value(), _handle,
+                           &status);
+        return QMX_MPI_SUCCESS;  // reported below, with the status
+    });
+    checkStatus(err, status);
 }
 
 }  // namespace tolm

@@ -8,13 +8,6 @@ namespace {
 
 constexpr int noPeer = -1;
 
-// The status form of handleError builds a vector before it looks at the code: keep that off
-// the path of every successful receive.
-void handleStatusError(int err, const QMX_MPI_Status_struct& status) {
-    if (err != QMX_MPI_SUCCESS)
-        MpiCore::handleError(err, status);
-}
-
 }  // namespace
 
 const Communicator::Tag Communicator::_defaultTag;
@@ -26,14 +19,6 @@ void Communicator::refuseSendToSelf() {
 
 void Communicator::refuseRecvFromSelf() {
     throw InternalError("Cannot recv from self", "source!=_myRank", __FILE__, __LINE__);
-}
-
-void Communicator::sendBuffer(const ConstBufferBase<int>& buffer, unsigned int dest, Tag tag) {
-    checkSendPeer(dest);
-    communicate("Communicator::Send", buffer.bytes(), static_cast<int>(dest), [&] {
-        return QMX_MPI_Send(buffer.data, buffer.size, buffer.type, static_cast<int>(dest),
-                            tag.value(), _handle);
-    });
 }
 
 void Communicator::syncSendBuffer(const ConstBufferBase<int>& buffer, unsigned int dest, Tag tag) {
@@ -62,27 +47,10 @@ void Communicator::iSyncSendBuffer(const ConstBufferBase<int>& buffer, unsigned 
     });
 }
 
-void Communicator::recvBuffer(const BufferBase<int>& buffer, unsigned int source, Tag tag) {
-    checkRecvPeer(static_cast<int>(source));
-    QMX_MPI_Status_struct status{};
-    receive("Communicator::Recv", buffer, static_cast<int>(source), tag, status);
-}
-
 void Communicator::recvFromAnyBuffer(const BufferBase<int>& buffer, unsigned int& source, Tag tag) {
     QMX_MPI_Status_struct status{};
     receive("Communicator::Recv", buffer, MpiCore::ANY_SOURCE, tag, status);
     source = static_cast<unsigned int>(status.MPI_SOURCE);
-}
-
-void Communicator::receive(const char* operation, const BufferBase<int>& buffer, int source,
-                           Tag tag, QMX_MPI_Status_struct& status) {
-    int err = QMX_MPI_SUCCESS;
-    communicate(operation, buffer.bytes(), source, [&] {
-        err = QMX_MPI_Recv(buffer.data, buffer.size, buffer.type, source, tag.value(), _handle,
-                           &status);
-        return QMX_MPI_SUCCESS;  // reported below, with the status
-    });
-    handleStatusError(err, status);
 }
 
 void Communicator::iRecvBuffer(const BufferBase<int>& buffer, unsigned int source, Tag tag,
@@ -126,7 +94,7 @@ void Communicator::sendrecvBuffer(const ConstBufferBase<int>& sendbuf, unsigned 
                                static_cast<int>(source), tag.value(), _handle, &status);
         return QMX_MPI_SUCCESS;  // reported below, with the status
     });
-    handleStatusError(err, status);
+    checkStatus(err, status);
 }
 
 void Communicator::_probe(int& source, int& tag, const int& wantedTag, int datatype, int& count) {

@@ -1,5 +1,6 @@
 #include "machine/GlobalFloatingPointError.h"
 
+#include <atomic>
 #include <mutex>
 #include <set>
 
@@ -25,8 +26,16 @@ std::string& logged() {
     return text;
 }
 
+// Whether a text is logged, readable without the mutex: the check after every command only
+// needs this.
+std::atomic<bool>& anyLogged() {
+    static std::atomic<bool> flag{false};
+    return flag;
+}
+
 std::string takeLogged() {
     std::lock_guard lock(loggedMutex());
+    anyLogged() = false;
     return std::exchange(logged(), std::string());
 }
 
@@ -46,13 +55,14 @@ std::string messageFor(const std::set<std::string>& entries) {
 
 void GlobalFloatingPointError::logError(const std::string& text) {
     std::lock_guard lock(loggedMutex());
-    if (!logged().empty()) return;
+    if (!logged().empty())
+        return;
     logged() = text.empty() ? "The specific FP error cause cannot be identified." : text;
+    anyLogged() = true;
 }
 
-std::string GlobalFloatingPointError::loggedError() {
-    std::lock_guard lock(loggedMutex());
-    return logged();
+bool GlobalFloatingPointError::hasLoggedError() {
+    return anyLogged();
 }
 
 void GlobalFloatingPointError::assertNoError() {
@@ -72,10 +82,12 @@ void GlobalFloatingPointError::assertNoError() {
     } else {
         GlobalFloatingPointExceptionStatus::TestAndSaveLocalContext(nullptr);
     }
-    if (!GlobalCondition(!loggedError().empty(), GlobalCondition::ON_ANY)) return;
+    if (!GlobalCondition(hasLoggedError(), GlobalCondition::ON_ANY))
+        return;
 
     std::set<std::string> entries;
-    if (const std::string mine = takeLogged(); !mine.empty()) entries.insert(mine);
+    if (const std::string mine = takeLogged(); !mine.empty())
+        entries.insert(mine);
     if (Machine::isParallel()) {
         std::set<std::string> all;
         Machine::globalCommunicator()->allGather(entries, all);

@@ -7,11 +7,11 @@ namespace tolm {
 // any process logged one, every process raises the same Error listing all of them. Any thread
 // may log; the check is collective and runs on the main thread.
 class GlobalFloatingPointError {
-public:
+  public:
     // Keeps the first text logged until the check clears it; an empty text is logged as
     // "The specific FP error cause cannot be identified.".
     static void logError(const std::string& text);
-    static std::string loggedError();
+    static bool hasLoggedError();
     // Collective over all processes: throws the same Error everywhere when any process logged.
     static void assertNoError();
 };

@@ -61,9 +61,14 @@ bool Controller::executeCommand(const Properties& command, Properties& response)
         runHandler(command, response);
         return !Error::isErrorIn(response);
     }
-    Properties announced = command;
-    _scatter.notify(announced);
-    runHandler(announced, response);
+    // Scatter observers may replace the command they are told of, so they see a copy; without
+    // observers (a serial process, a slave) the command runs as given.
+    std::optional<Properties> announced;
+    if (_scatter.size() > 0) {
+        announced.emplace(command);
+        _scatter.notify(*announced);
+    }
+    runHandler(announced ? *announced : command, response);
     // A check after the command (floating-point status, other processes' errors) that fails
     // makes the command's answer an error; the loop goes on.
     try {

@@ -6,9 +6,17 @@
 namespace tolm {
 namespace {
 
-std::map<std::pair<std::string, std::string>, EventTracker::Totals>& table() {
-    static std::map<std::pair<std::string, std::string>, EventTracker::Totals> totals;
+EventTracker::Table& table() {
+    static EventTracker::Table totals;
     return totals;
+}
+
+EventTracker::Totals& entry(const char* category, const char* name) {
+    const EventTracker::KeyOrder::View key{category, name};
+    auto found = table().find(key);
+    if (found == table().end())
+        found = table().emplace(EventTracker::Key{category, name}, EventTracker::Totals{}).first;
+    return found->second;
 }
 
 }  // namespace
@@ -17,12 +25,12 @@ EventTracker::Track::Track(const char* category, const char* name)
     : _category(category), _name(name), _start(Platform::time().wallSeconds()) {}
 
 EventTracker::Track::~Track() {
-    auto& totals = table()[{_category, _name}];
+    auto& totals = entry(_category, _name);
     ++totals.count;
     totals.seconds += Platform::time().wallSeconds() - _start;
 }
 
-const std::map<std::pair<std::string, std::string>, EventTracker::Totals>& EventTracker::totals() {
+const EventTracker::Table& EventTracker::totals() {
     return table();
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 #include <map>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace tolm {
@@ -28,7 +29,22 @@ class EventTracker {
         double _start;
     };
 
-    static const std::map<std::pair<std::string, std::string>, Totals>& totals();
+    // Category and name; looked up without building strings, so a scope costs no allocation
+    // once its entry exists.
+    using Key = std::pair<std::string, std::string>;
+    struct KeyOrder {
+        using is_transparent = void;
+        using View = std::pair<std::string_view, std::string_view>;
+        static View view(const Key& key) { return {key.first, key.second}; }
+        static const View& view(const View& key) { return key; }
+        template <typename A, typename B>
+        bool operator()(const A& a, const B& b) const {
+            return view(a) < view(b);
+        }
+    };
+    using Table = std::map<Key, Totals, KeyOrder>;
+
+    static const Table& totals();
     static void reset();
 };
 

@@ -1,5 +1,6 @@
 #pragma once
 #include <algorithm>
+#include <array>
 #include <functional>
 #include <vector>
 
@@ -31,14 +32,28 @@ class TypedSubject {
     std::size_t size() const { return _observers.size(); }
 
     void notify(Args... args) const {
-        const auto observers = _observers;
-        for (Observer* observer : observers) {
-            if (isAttached(*observer))
-                observer->update(args...);
+        // Subjects told on every command have one or two observers: copy those onto the stack.
+        if (_observers.size() <= fewObservers) {
+            std::array<Observer*, fewObservers> observers{};
+            std::copy(_observers.begin(), _observers.end(), observers.begin());
+            tell(observers.begin(), observers.begin() + _observers.size(), args...);
+        } else {
+            const auto observers = _observers;
+            tell(observers.begin(), observers.end(), args...);
         }
     }
 
   private:
+    static constexpr std::size_t fewObservers = 4;
+
+    template <typename Iterator>
+    void tell(Iterator first, Iterator last, Args... args) const {
+        for (; first != last; ++first) {
+            if (isAttached(**first))
+                (*first)->update(args...);
+        }
+    }
+
     std::vector<Observer*> _observers;
 };
 

@@ -20,9 +20,10 @@ class Thread {
     bool isRunning() const { return _thread.joinable(); }
     const std::string& name() const { return _name; }
 
-    // True on the thread that loaded this library: the process's main thread. Inline: the
-    // communication checks ask it on every call.
-    static bool isMain() { return std::this_thread::get_id() == _mainThreadId; }
+    // True on the thread that loaded this library: the process's main thread. Inline and
+    // without a library call (each live thread has its own thread pointer): the communication
+    // checks ask it on every call.
+    static bool isMain() { return __builtin_thread_pointer() == _mainThreadPointer; }
 
     // Receives what escapes the body of any Thread, on that thread. Without a handler an
     // escaping exception ends the process (std::terminate), as for std::thread.
@@ -32,7 +33,7 @@ class Thread {
   private:
     // Set while the library's static objects are built, which happens on the main thread when
     // the executable starts (the library is linked, never loaded from a worker thread).
-    static inline const std::thread::id _mainThreadId = std::this_thread::get_id();
+    static inline const void* const _mainThreadPointer = __builtin_thread_pointer();
 
     std::string _name;
     std::thread _thread;
