@@ -18,14 +18,10 @@ namespace {
 
 using mpitest::CallCounter;
 using mpitest::failureOf;
+using mpitest::rank;
+using mpitest::size;
 using mpitest::world;
 
-unsigned int rank() {
-    return world().myRank();
-}
-unsigned int size() {
-    return world().size();
-}
 unsigned int next() {
     return (rank() + 1) % size();
 }
