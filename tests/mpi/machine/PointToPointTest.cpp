@@ -107,7 +107,6 @@ TEST(PointToPoint, TagsOutsideTheWrapperBoundsAreRefused) {
     const std::string outOfBounds =
         "out_of_bounds Communicator Tag | tag < upper_bound() || tag == MpiCore::ANY_TAG";
     const int bound = Communicator::Tag::upper_bound();
-    EXPECT_GE(bound, 32767);
     EXPECT_EQ(failureOf([&] { Communicator::Tag{bound}; }), outOfBounds);
     EXPECT_EQ(Communicator::Tag(MpiCore::ANY_TAG).value(), MpiCore::ANY_TAG);
 
