@@ -20,10 +20,6 @@ namespace {
 using test::Job;
 using test::responses;
 
-std::string jobName(const testing::TestParamInfo<Job>& info) {
-    return test::jobName(info.param);
-}
-
 std::string readFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(in), {}};
@@ -232,10 +228,7 @@ TEST_P(FileServer, AnUncreatableLogDirectoryIsAnInvalidArgument) {
         << result.err;
 }
 
-INSTANTIATE_TEST_SUITE_P(BothMpis, FileServer,
-                         testing::Values(Job{"openmpi4", test::openMpi, "Open MPI", 4},
-                                         Job{"mpich2", test::mpich, "MPICH", 4}),
-                         jobName);
+INSTANTIATE_TEST_SUITE_P(BothMpis, FileServer, test::bothMpis(4, 4), test::caseName);
 
 TEST(SerialFileServer, FieldsNeedMpiWhileStateFilesRestoreAlone) {
     const std::string dir = test::makeTemporaryDirectory();

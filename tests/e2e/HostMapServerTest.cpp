@@ -4,48 +4,28 @@
 #include <gtest/gtest.h>
 #include <sched.h>
 
-#include <cstdlib>
-#include <cstring>
+#include <algorithm>
 #include <regex>
-#include <set>
 #include <sstream>
 
-#include "neo/Properties.h"
-#include "platform/StringHelper.h"
-#include "support/ChildRun.h"
+#include "ServerJobs.h"
 
 namespace tolm {
 namespace {
 
 using Arguments = std::vector<std::string>;
+using test::Job;
 
 const std::string simulatedHosts = TOLM_SIMULATED_HOSTS_SCRIPT;
 
-struct Job {
-    const char* driver;
-    const char* launcher;     // the launcher and its options, separated by blanks
-    const char* environment;  // VAR=VALUE settings it needs, separated by blanks
-};
-
-void PrintTo(const Job& job, std::ostream* out) {
-    *out << job.driver;
-}
-
 // `before` the launcher, `ranks` ranks each started through `perRank`, the server's arguments.
-test::ChildResult runJob(const Job& job, const Arguments& before, int ranks,
-                         const Arguments& perRank, const Arguments& server,
-                         const std::string& input = "") {
-    for (const auto& setting : StringHelper::split(job.environment, ' ')) {
-        if (!setting.empty())
-            ::putenv(::strdup(setting.c_str()));
-    }
-    Arguments command = before;
-    for (const auto& word : StringHelper::split(job.launcher, ' '))
-        command.push_back(word);
-    command.insert(command.end(), {"-n", std::to_string(ranks)});
-    command.insert(command.end(), perRank.begin(), perRank.end());
-    command.insert(command.end(), {TOLM_SERVER_PATH, "-mpi", job.driver});
-    command.insert(command.end(), server.begin(), server.end());
+test::ChildResult runJob(Job job, const Arguments& before, int ranks, const Arguments& perRank,
+                         const Arguments& server, const std::string& input = "") {
+    job.ranks = ranks;
+    Arguments command = test::jobCommand(job, server);
+    command.insert(std::find(command.begin(), command.end(), TOLM_SERVER_PATH), perRank.begin(),
+                   perRank.end());
+    command.insert(command.begin(), before.begin(), before.end());
     return test::runChild(command, input, 60);
 }
 
@@ -79,12 +59,7 @@ std::pair<std::string, std::vector<ReportLine>> report(const std::string& out) {
 }
 
 Properties response(const std::string& out) {
-    std::istringstream lines(out);
-    for (std::string line; std::getline(lines, line);) {
-        if (!line.empty() && line.front() == '{')
-            return Properties(line);
-    }
-    return {};
+    return test::responses(out).at(0);
 }
 
 unsigned processorsOfThisProcess() {
@@ -163,8 +138,8 @@ TEST_P(HostMapServer, WithBindingDisabledTheReportShowsTheLaunchersBinding) {
     if (processorsOfThisProcess() < 2)
         GTEST_SKIP() << "needs two processors for the launcher to bind two ranks";
     Job boundByLauncher = GetParam();
-    const std::string launcher = std::string(boundByLauncher.launcher) + " --bind-to core";
-    boundByLauncher.launcher = launcher.c_str();
+    const std::string launcher = std::string(boundByLauncher.launcher.command) + " --bind-to core";
+    boundByLauncher.launcher.command = launcher.c_str();
     const auto result =
         runJob(boundByLauncher, {}, 2, {}, {"-cpubind", "disable", "-cpubindverbose"});
     ASSERT_EQ(result.exitCode, 0) << result.out << result.err;
@@ -175,11 +150,11 @@ TEST_P(HostMapServer, WithBindingDisabledTheReportShowsTheLaunchersBinding) {
     EXPECT_NE(lines[0].lpus, lines[1].lpus);
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    BothMpis, HostMapServer,
-    testing::Values(Job{"openmpi4", TOLM_OPENMPI_LAUNCH, TOLM_OPENMPI_ENVIRONMENT},
-                    Job{"mpich2", TOLM_MPICH_LAUNCH, TOLM_MPICH_ENVIRONMENT}),
-    [](const testing::TestParamInfo<Job>& info) { return std::string(info.param.driver); });
+INSTANTIATE_TEST_SUITE_P(BothMpis, HostMapServer,
+                         test::bothMpis(0, 0),  // each case sets its number of ranks
+                         [](const testing::TestParamInfo<Job>& info) {
+                             return std::string(info.param.driver);
+                         });
 
 // In a host of its own, so that no other server of the test run contends for its LPU.
 TEST(HostMapSerialServer, ReportsTheOneProcessAndItsHost) {

@@ -14,10 +14,6 @@ using test::Job;
 using test::responses;
 using test::runJob;
 
-std::string jobName(const testing::TestParamInfo<Job>& info) {
-    return test::jobName(info.param);
-}
-
 // 1 + 2 + ... + values
 std::uint64_t sumUpTo(std::uint64_t values) {
     return values * (values + 1) / 2;
@@ -54,10 +50,7 @@ TEST_P(HybridServer, ThreadBindingIsReportedUnderTheOperationsName) {
         << result.out;
 }
 
-INSTANTIATE_TEST_SUITE_P(BothMpis, HybridServer,
-                         testing::Values(Job{"openmpi4", test::openMpi, "Open MPI", 2},
-                                         Job{"mpich2", test::mpich, "MPICH", 3}),
-                         jobName);
+INSTANTIATE_TEST_SUITE_P(BothMpis, HybridServer, test::bothMpis(2, 3), test::caseName);
 
 }  // namespace
 }  // namespace tolm

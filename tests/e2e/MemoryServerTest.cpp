@@ -15,10 +15,6 @@ using test::Job;
 using test::responses;
 using test::runJob;
 
-std::string jobName(const testing::TestParamInfo<Job>& info) {
-    return test::jobName(info.param);
-}
-
 std::int64_t figure(const Properties& record, const char* kind, const char* metric) {
     return record.getChild(kind).get<std::int64_t>(metric);
 }
@@ -81,10 +77,7 @@ TEST_P(MemoryServer, CommandsSayHowToEnableTheMonitor) {
               "The memory monitor is not enabled: start the server with -memorymonitor SECONDS");
 }
 
-INSTANTIATE_TEST_SUITE_P(BothMpis, MemoryServer,
-                         testing::Values(Job{"openmpi4", test::openMpi, "Open MPI", 2},
-                                         Job{"mpich2", test::mpich, "MPICH", 2}),
-                         jobName);
+INSTANTIATE_TEST_SUITE_P(BothMpis, MemoryServer, test::bothMpis(2, 2), test::caseName);
 
 }  // namespace
 }  // namespace tolm

@@ -137,12 +137,7 @@ TEST_P(MultiHost, HostMapBindingAndCommandsSpanTheHosts) {
     EXPECT_TRUE(answers[3].get<bool>("after", false));
 }
 
-INSTANTIATE_TEST_SUITE_P(BothMpis, MultiHost,
-                         testing::Values(test::Job{"openmpi4", test::openMpi, "Open MPI", 4},
-                                         test::Job{"mpich2", test::mpich, "MPICH", 4}),
-                         [](const testing::TestParamInfo<test::Job>& info) {
-                             return test::jobName(info.param);
-                         });
+INSTANTIATE_TEST_SUITE_P(BothMpis, MultiHost, test::bothMpis(4, 4), test::caseName);
 
 }  // namespace
 }  // namespace tolm

@@ -9,10 +9,6 @@ using test::Job;
 using test::responses;
 using test::runJob;
 
-std::string jobName(const testing::TestParamInfo<Job>& info) {
-    return test::jobName(info.param);
-}
-
 class ParallelServer : public testing::TestWithParam<Job> {};
 
 TEST_P(ParallelServer, RunsTheBatchWithEveryRankAndExitsZero) {
@@ -49,7 +45,7 @@ INSTANTIATE_TEST_SUITE_P(BothMpis, ParallelServer,
                                          Job{"openmpi4", test::openMpi, "Open MPI", 4},
                                          Job{"mpich2", test::mpich, "MPICH", 1},
                                          Job{"mpich2", test::mpich, "MPICH", 4}),
-                         jobName);
+                         test::caseName);
 
 TEST(ParallelServerStart, MissingDriverFailsEveryRankWithTheLoaderText) {
     const auto result = runJob(Job{"intel", test::mpich, "", 2}, {});

@@ -1,5 +1,7 @@
 #pragma once
 // Running tolm-server as an MPI job under either MPI's launcher, and reading its answers.
+#include <gtest/gtest.h>
+
 #include <ostream>
 #include <string>
 #include <vector>
@@ -25,7 +27,17 @@ struct Job {
 };
 
 void PrintTo(const Job& job, std::ostream* out);
+// "<driver>_np<ranks>", also the name of a parameterised case.
 std::string jobName(const Job& job);
+inline std::string caseName(const testing::TestParamInfo<Job>& info) {
+    return jobName(info.param);
+}
+
+// One job under each MPI, with the given numbers of ranks.
+inline auto bothMpis(int openMpiRanks, int mpichRanks) {
+    return testing::Values(Job{"openmpi4", openMpi, "Open MPI", openMpiRanks},
+                           Job{"mpich2", mpich, "MPICH", mpichRanks});
+}
 
 // The whole command line of the job, with the launcher's environment set in this process.
 std::vector<std::string> jobCommand(const Job& job,

@@ -140,12 +140,7 @@ TEST_P(Soak, EveryCommandIsAnsweredOnceInOrderAndMemoryStaysFlat) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(BothMpis, Soak,
-                         testing::Values(Job{"openmpi4", test::openMpi, "Open MPI", ranks},
-                                         Job{"mpich2", test::mpich, "MPICH", ranks}),
-                         [](const testing::TestParamInfo<Job>& info) {
-                             return test::jobName(info.param);
-                         });
+INSTANTIATE_TEST_SUITE_P(BothMpis, Soak, test::bothMpis(ranks, ranks), test::caseName);
 
 }  // namespace
 }  // namespace tolm

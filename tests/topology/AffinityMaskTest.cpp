@@ -64,7 +64,7 @@ TEST(AffinityMask, InclusionAndIntersection) {
     EXPECT_FALSE(a.intersectsWith(empty));
 }
 
-TEST(AffinityMask, CopiesAreDeepAndMovesHandOver) {
+TEST(AffinityMask, CopiesAreDeepAndMovesAndSwapsHandOver) {
     AffinityMask original = maskOf({1, 70});
     AffinityMask copy(original);
     copy.set(3);
@@ -88,14 +88,9 @@ TEST(AffinityMask, CopiesAreDeepAndMovesHandOver) {
 
     moved = std::move(movedAgain);
     EXPECT_EQ(moved, original);
-}
-
-TEST(AffinityMask, SwapExchangesContents) {
-    AffinityMask a = maskOf({0});
-    AffinityMask b = maskOf({5, 6});
-    a.swap(b);
-    EXPECT_EQ(a, maskOf({5, 6}));
-    EXPECT_EQ(b, maskOf({0}));
+    moved.swap(copy);
+    EXPECT_EQ(moved, maskOf({4}));
+    EXPECT_EQ(copy, original);
 }
 
 TEST(AffinityMask, IterationVisitsSetLpusInIncreasingOrder) {

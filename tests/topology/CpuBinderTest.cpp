@@ -27,33 +27,36 @@ List choices(const CpuTopology& topology, const AffinityMask& available, unsigne
     return lpus;
 }
 
-// Two sockets, each one NUMA node of four two-way cores: LPUs 0-7 and 8-15.
-class CpuBinderChoice : public ::testing::Test {
-  protected:
+TEST(CpuBinderChoice, PoliciesSpreadOverTheAvailableCoresAndWrapRound) {
+    struct Case {
+        AffinityMask available;
+        unsigned processes;
+        unsigned policy;
+        List expected;
+    };
+    // Two sockets, each one NUMA node of four two-way cores: LPUs 0-7 and 8-15.
     const CpuTopology topology = loadFixture("two-sockets.xml");
     const AffinityMask all = topology.getTopologyMask();
-};
-
-TEST_F(CpuBinderChoice, BandwidthAlternatesNumaNodesOneCoreEach) {
-    EXPECT_EQ(choices(topology, all, 4, Machine::Bandwidth), (List{0, 2, 8, 10}));
-    EXPECT_EQ(choices(topology, all, 2, Machine::Bandwidth), (List{0, 8}));
-}
-
-TEST_F(CpuBinderChoice, LatencyFillsTheCoresOfTheFirstNumaNodeFirst) {
-    EXPECT_EQ(choices(topology, all, 4, Machine::Latency), (List{0, 2, 4, 6}));
-    EXPECT_EQ(choices(topology, all, 5, Machine::Latency), (List{0, 2, 4, 6, 8}));
-}
-
-TEST_F(CpuBinderChoice, OnlyAvailableLpusAreChosen) {
-    // As a launcher or taskset restricting the host's processes to the first NUMA node.
-    EXPECT_EQ(choices(topology, maskOf(numbers(0, 7)), 3, Machine::Latency), (List{0, 2, 4}));
-    EXPECT_EQ(choices(topology, maskOf(numbers(8, 15)), 2, Machine::Bandwidth), (List{8, 10}));
-    // A core with one available hardware thread is still a core of its own.
-    EXPECT_EQ(choices(topology, maskOf({1, 2, 3}), 2, Machine::Bandwidth), (List{1, 2}));
-}
-
-TEST_F(CpuBinderChoice, FewerLpusThanProcessesWrapRound) {
-    EXPECT_EQ(choices(topology, maskOf({4, 5}), 3, Machine::Bandwidth), (List{4, 5, 4}));
+    const Case cases[] = {
+        // Bandwidth alternates the NUMA nodes, one core each.
+        {all, 4, Machine::Bandwidth, {0, 2, 8, 10}},
+        {all, 2, Machine::Bandwidth, {0, 8}},
+        // Latency fills the cores of the first NUMA node first.
+        {all, 4, Machine::Latency, {0, 2, 4, 6}},
+        {all, 5, Machine::Latency, {0, 2, 4, 6, 8}},
+        // As a launcher or taskset restricting the host's processes to one NUMA node.
+        {maskOf(numbers(0, 7)), 3, Machine::Latency, {0, 2, 4}},
+        {maskOf(numbers(8, 15)), 2, Machine::Bandwidth, {8, 10}},
+        // A core with one available hardware thread is still a core of its own.
+        {maskOf({1, 2, 3}), 2, Machine::Bandwidth, {1, 2}},
+        // Fewer LPUs than processes.
+        {maskOf({4, 5}), 3, Machine::Bandwidth, {4, 5, 4}},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(choices(topology, c.available, c.processes, c.policy), c.expected)
+            << c.processes << " processes on " << c.available.toHexString(0) << ", policy "
+            << c.policy;
+    }
 }
 
 // Every process of a host that is not oversubscribed gets a core of its own.

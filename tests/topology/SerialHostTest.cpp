@@ -12,16 +12,17 @@
 #include "machine/Machine.h"
 #include "machine/MachineHost.h"
 #include "machine/ProcessAffinitySummary.h"
-#include "neo/InternalError.h"
 #include "platform/Platform.h"
 #include "platform/ProcessInfo.h"
 #include "support/Argv.h"
+#include "support/Failure.h"
 #include "topology/BindingTestSupport.h"
 #include "topology/TopologyTestSupport.h"
 
 namespace tolm {
 namespace {
 
+using test::failureOf;
 using test::maskOf;
 using test::threadAffinityFromSystem;
 using List = std::vector<unsigned>;
@@ -31,17 +32,6 @@ void startSerialMachine(std::initializer_list<std::string> options) {
     Machine::ArgumentMap consumed;
     Machine::startCommunicators(argv.argc(), argv.argv(), consumed);
     Machine::parseCommonArgvs(argv.argc(), argv.argv(), consumed);
-}
-
-// "message | condition" of the InternalError that `action` raises.
-template <typename Action>
-std::string failureOf(Action action) {
-    try {
-        action();
-    } catch (const InternalError& error) {
-        return error.what() + std::string(" | ") + error.getCondition();
-    }
-    return "no failure";
 }
 
 // Other servers are looked for on this host: in a UTS namespace of its own, the test sees

@@ -1,6 +1,5 @@
 #pragma once
 #include <fstream>
-#include <initializer_list>
 #include <numeric>
 #include <ostream>
 #include <sstream>
@@ -21,13 +20,6 @@ inline void PrintTo(const AffinityMask& mask, std::ostream* out) {
 }
 
 namespace test {
-
-inline AffinityMask maskOf(std::initializer_list<unsigned> lpus) {
-    AffinityMask mask;
-    for (unsigned lpu : lpus)
-        mask.set(lpu);
-    return mask;
-}
 
 inline std::vector<unsigned> lpusOf(const AffinityMask& mask) {
     return {mask.begin(), mask.end()};

@@ -162,19 +162,5 @@ TEST(StartCommunicators, SerialFlagsAnywhereGiveASerialRunWithoutMpi) {
     Machine::reset();
 }
 
-TEST(StartCommunicators, DriverErrors) {
-    const auto failure = [](Argv args) {
-        Machine::ArgumentMap consumed;
-        return test::errorOf(
-            [&] { Machine::startCommunicators(args.argc(), args.argv(), consumed); });
-    };
-    EXPECT_EQ(failure({"server", "-mpi", "nosuchmpi"}), "Unknown MPI driver: nosuchmpi");
-    EXPECT_EQ(failure({"server", "-mpidriver"}), "Missing -mpidriver arg");
-    EXPECT_EQ(failure({"server", "-mpi"}), "Missing -mpidriver arg");
-    EXPECT_EQ(failure({"server", "-mpi", "intel"})
-                  .rfind("Failed to initialize MPI wrapper: libTolmIntelMpi.so: cannot open", 0),
-              0u);
-}
-
 }  // namespace
 }  // namespace tolm

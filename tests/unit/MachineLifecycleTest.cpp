@@ -116,15 +116,6 @@ TEST_F(CriticalSections, SerialCriticalFailsInEveryBuild) {
                 }).starts_with("Communicator::broadcast | "));
 }
 
-TEST(MachineState, StateStrings) {
-    EXPECT_EQ(Machine::getStateString(Machine::Unknown), "Unknown");
-    EXPECT_EQ(Machine::getStateString(Machine::AwaitingCommand), "Awaiting command");
-    EXPECT_EQ(Machine::getStateString(Machine::GatheringResponse), "Gathering response");
-    EXPECT_EQ(Machine::getStateString(Machine::HandlingError), "Handling error");
-    EXPECT_EQ(Machine::getStateString(Machine::Processing), "Processing");
-    EXPECT_EQ(Machine::getStateString(static_cast<Machine::NodeState>(7)), "Unknown");
-}
-
 TEST(MachineState, TimeIsRenderedLikeAsctimeWithoutNewline) {
     const std::regex asctimeForm(R"([A-Z][a-z]{2} [A-Z][a-z]{2} [ \d]\d \d\d:\d\d:\d\d \d{4})");
     EXPECT_TRUE(std::regex_match(Machine::getTime(), asctimeForm)) << Machine::getTime();

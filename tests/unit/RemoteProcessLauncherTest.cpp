@@ -5,6 +5,7 @@
 #include "machine/RemoteShellFactory.h"
 #include "neo/Error.h"
 #include "platform/Pipe.h"
+#include "support/Failure.h"
 
 namespace tolm {
 namespace {
@@ -32,12 +33,11 @@ TEST(RemoteProcessLauncher, VerboseStartPrintsTheCommandAndAMissingShellIsAClear
     auto launcher = RemoteShellFactory::getRemoteProcessLauncher(L"tolm-no-such-rsh -x");
     launcher->setVerbose(true);
     ::testing::internal::CaptureStdout();
-    try {
-        launcher->spawnProcess(L"node7", L"alice", {L"run", L"a b", L"$HOME;|x", L"tab\there"});
-        ADD_FAILURE() << "started";
-    } catch (const Error& error) {
-        EXPECT_STREQ(error.what(), "Cannot start \"tolm-no-such-rsh\": No such file or directory");
-    }
+    EXPECT_EQ(
+        test::errorOf<Error>([&] {
+            launcher->spawnProcess(L"node7", L"alice", {L"run", L"a b", L"$HOME;|x", L"tab\there"});
+        }),
+        "Cannot start \"tolm-no-such-rsh\": No such file or directory");
     EXPECT_EQ(::testing::internal::GetCapturedStdout(),
               "tolm-no-such-rsh -x -l alice node7 run \"a b\" $HOME;|x \"tab\there\"\n");
 }

@@ -9,6 +9,7 @@
 #include "platform/StringHelper.h"
 #include "support/ChildRun.h"
 #include "support/EveryPrintApi.h"
+#include "support/Failure.h"
 
 namespace tolm {
 namespace {
@@ -101,12 +102,8 @@ TEST_F(StreamRedirection, PrependedTextLeadsTheLog) {
 
 TEST_F(StreamRedirection, UnwritableLogDirectoryIsReported) {
     StandardStreamManager manager(L"/proc/no-such-dir", false);
-    try {
-        manager.redirectOriginalStreamsToFile();
-        FAIL();
-    } catch (const std::exception& error) {
-        EXPECT_STREQ(error.what(), "Failed to redirect stdout");
-    }
+    EXPECT_EQ(test::errorOf([&] { manager.redirectOriginalStreamsToFile(); }),
+              "Failed to redirect stdout");
     printThroughEveryApi("still on the console");
     EXPECT_NE(consoleText().find("write still on the console"), std::string::npos);
 }

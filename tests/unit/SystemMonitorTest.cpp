@@ -19,9 +19,9 @@
 #include "machine/SamplingSchedule.h"
 #include "machine/SystemMonitor.h"
 #include "neo/Error.h"
-#include "neo/InternalError.h"
 #include "neo/SingletonCleaner.h"
 #include "support/Argv.h"
+#include "support/Failure.h"
 
 namespace tolm {
 namespace {
@@ -79,13 +79,8 @@ TEST_F(SystemMonitorTest, StopBeforeStartDoesNothingAndASecondStartFails) {
 
     monitor.start();
     EXPECT_TRUE(monitor.running());
-    try {
-        monitor.start();
-        ADD_FAILURE() << "a second start must fail";
-    } catch (const InternalError& error) {
-        EXPECT_EQ(error.getMessage(), "SystemMonitor is already running.");
-        EXPECT_EQ(error.getCondition(), "!running()");
-    }
+    EXPECT_EQ(test::failureOf([&] { monitor.start(); }),
+              "SystemMonitor is already running. | !running()");
     monitor.stop();
     EXPECT_FALSE(monitor.running());
     monitor.stop();
@@ -190,12 +185,9 @@ TEST_F(SystemMonitorTest, ExportOfNothingWritesNoFileAndAFailedWriteIsReported) 
     awaitNewSample(monitor);
     monitor.stopRecording();
     testing::internal::CaptureStdout();
-    try {
-        monitor.exportHistoryData("/nonexistent-directory/history.csv");
-        ADD_FAILURE() << "the write must fail";
-    } catch (const Error& error) {
-        EXPECT_EQ(error.getMessage(), "Error detected writing memory monitor history file");
-    }
+    EXPECT_EQ(test::errorOf<Error>(
+                  [&] { monitor.exportHistoryData("/nonexistent-directory/history.csv"); }),
+              "Error detected writing memory monitor history file");
     testing::internal::GetCapturedStdout();
 }
 
@@ -275,13 +267,8 @@ class MachineSystemMonitor : public ::testing::Test {
 };
 
 TEST_F(MachineSystemMonitor, TheOptionEnablesItWithItsSamplingPeriodInSeconds) {
-    try {
-        Machine::getSystemMonitor();
-        ADD_FAILURE() << "no monitor before it is enabled";
-    } catch (const InternalError& error) {
-        EXPECT_EQ(error.getMessage(), "The system monitor has not been enabled");
-        EXPECT_EQ(error.getCondition(), "hasSystemMonitor()");
-    }
+    EXPECT_EQ(test::failureOf([] { Machine::getSystemMonitor(); }),
+              "The system monitor has not been enabled | hasSystemMonitor()");
     test::Argv args{"server", "-s", "-memorymonitor", "0.005"};
     Machine::ArgumentMap consumed;
     Machine::parseCommonArgvs(args.argc(), args.argv(), consumed);
@@ -291,12 +278,9 @@ TEST_F(MachineSystemMonitor, TheOptionEnablesItWithItsSamplingPeriodInSeconds) {
     EXPECT_FALSE(Machine::getSystemMonitor().running()) << "the machine's start starts it";
 
     test::Argv missing{"server", "-s", "-memorymonitor"};
-    EXPECT_THROW(Machine::parseCommonArgvs(missing.argc(), missing.argv(), consumed), OptionError);
-    try {
-        Machine::parseCommonArgvs(missing.argc(), missing.argv(), consumed);
-    } catch (const OptionError& error) {
-        EXPECT_STREQ(error.what(), "Missing -memorymonitor arg");
-    }
+    EXPECT_EQ(test::errorOf<OptionError>(
+                  [&] { Machine::parseCommonArgvs(missing.argc(), missing.argv(), consumed); }),
+              "Missing -memorymonitor arg");
 }
 
 TEST_F(MachineSystemMonitor, PeriodsAreWholeMillisecondsAndNonsenseMeansTheDefault) {

@@ -13,14 +13,10 @@ using mpitest::CallCounter;
 using mpitest::failureOf;
 using mpitest::LoweredLimit;
 using mpitest::payload;
+using mpitest::rank;
+using mpitest::size;
 using mpitest::world;
 
-unsigned int rank() {
-    return world().myRank();
-}
-unsigned int size() {
-    return world().size();
-}
 
 std::vector<int> ownBlock(unsigned int count) {
     std::vector<int> block(count);

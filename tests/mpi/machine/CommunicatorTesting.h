@@ -1,5 +1,6 @@
 #pragma once
-// Helpers of the communicator tests: a call counter and a lowered message limit.
+// Helpers of the communicator tests: the global communicator, a call counter and a lowered
+// message limit.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -8,11 +9,18 @@
 #include "machine/Communicator.h"
 #include "machine/Machine.h"
 #include "support/Failure.h"
+#include "support/MpiWorld.h"
 
 namespace tolm::mpitest {
 
 inline Communicator& world() {
     return *Machine::globalCommunicator();
+}
+inline unsigned int rank() {
+    return world().myRank();
+}
+inline unsigned int size() {
+    return world().size();
 }
 
 // Counts the MPI calls of each operation, and the bytes they carried.
@@ -46,10 +54,5 @@ class LoweredLimit {
 };
 
 using test::failureOf;
-
-// A value that names the rank that made it and its position.
-inline int payload(unsigned int rank, unsigned int index) {
-    return int(rank * 1000 + index);
-}
 
 }  // namespace tolm::mpitest

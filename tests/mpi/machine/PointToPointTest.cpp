@@ -18,14 +18,10 @@ namespace {
 
 using mpitest::CallCounter;
 using mpitest::failureOf;
+using mpitest::rank;
+using mpitest::size;
 using mpitest::world;
 
-unsigned int rank() {
-    return world().myRank();
-}
-unsigned int size() {
-    return world().size();
-}
 unsigned int next() {
     return (rank() + 1) % size();
 }
@@ -111,7 +107,6 @@ TEST(PointToPoint, TagsOutsideTheWrapperBoundsAreRefused) {
     const std::string outOfBounds =
         "out_of_bounds Communicator Tag | tag < upper_bound() || tag == MpiCore::ANY_TAG";
     const int bound = Communicator::Tag::upper_bound();
-    EXPECT_GE(bound, 32767);
     EXPECT_EQ(failureOf([&] { Communicator::Tag{bound}; }), outOfBounds);
     EXPECT_EQ(Communicator::Tag(MpiCore::ANY_TAG).value(), MpiCore::ANY_TAG);
 

@@ -117,17 +117,15 @@ TEST(WorkerThreadPolicy, RunsEveryIndexOnItsOwnThreadStepAfterStep) {
 TEST(WorkerThreadPolicy, AWorkersErrorReachesTheCallerAfterEveryWorkerFinished) {
     WorkerThreadPolicy policy(2, false);
     std::atomic<int> finished{0};
-    try {
-        policy.run([&](unsigned thread) {
-            if (thread == 1)
-                throw std::runtime_error("worker failed");
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
-            ++finished;
-        });
-        FAIL() << "no error";
-    } catch (const std::runtime_error& error) {
-        EXPECT_STREQ(error.what(), "worker failed");
-    }
+    EXPECT_EQ(test::errorOf<std::runtime_error>([&] {
+                  policy.run([&](unsigned thread) {
+                      if (thread == 1)
+                          throw std::runtime_error("worker failed");
+                      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+                      ++finished;
+                  });
+              }),
+              "worker failed");
     EXPECT_EQ(finished, 1);
     policy.run([&](unsigned) { ++finished; });
     EXPECT_EQ(finished, 3) << "the policy goes on after an error";

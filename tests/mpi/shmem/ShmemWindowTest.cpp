@@ -2,16 +2,14 @@
 
 #include "machine/ShmemWindow.h"
 #include "shmem/ShmemTesting.h"
+#include "support/MpiWorld.h"
 
 namespace tolm {
 namespace {
 
 using namespace shmemtest;
 
-// A value that names the rank that wrote it and its position.
-int payload(unsigned rank, unsigned index) {
-    return int(rank * 1000 + index);
-}
+using mpitest::payload;
 
 TEST(ShmemWindow, ValuesOneProcessWritesAreReadByTheOthersAfterAFence) {
     Communicator& host = Machine::sharedMemCommunicator(HOST_SCOPE);
