@@ -1,12 +1,13 @@
 // The round trip of a command that does nothing through the real command path (the master's
 // controller scatters it to the slaves' command loops and gathers their responses), with the
 // slaves spinning between commands and without, beside a native broadcast of the command text
-// plus a gather of an int, all in the same job. Then the CPU the idle slaves use while the
-// master sleeps between two commands. Built once per MPI; the machine starts MPI through that
-// MPI's driver. Run with 2 or 4 ranks.
+// plus a gather of an int, and the same with the all-reduce of the path's floating-point check,
+// all in the same job. Then the CPU the idle slaves use while the master sleeps between two
+// commands. Built once per MPI; the machine starts MPI through that MPI's driver. Run with 2 or
+// 4 ranks.
 //
-// The three sides are timed in rounds, each side taking each place in a round in turn. The
-// table shows each side's best round, its ratio to native's best round and the median of the
+// The sides are timed in rounds, each side taking each place in a round in turn. The table
+// shows each side's best round, its ratio to native's best round and the median of the
 // ratios within each round.
 #include <mpi.h>
 #include <time.h>
@@ -73,8 +74,10 @@ double commandRoundTrips(long count, bool spinWait) {
     return std::chrono::duration<double>(stop - start).count();
 }
 
-// What the command path sends and gathers, with the text the scatter sends.
-double nativeRoundTrips(long count) {
+// What the command path sends and gathers, with the text the scatter sends; with
+// `withCheck`, also the floating-point check's all-reduce that the path makes before its
+// gather: the least any implementation of that path can cost.
+double nativeRoundTrips(long count, bool withCheck) {
     const std::string text = master ? Properties(nopText).toString() : std::string();
     std::vector<char> received(text.begin(), text.end());
     int size = 0;
@@ -88,6 +91,8 @@ double nativeRoundTrips(long count) {
         received.resize(length);
         MPI_Bcast(received.data(), length, MPI_CHAR, 0, MPI_COMM_WORLD);
         int answer = 0;
+        if (withCheck)
+            MPI_Allreduce(MPI_IN_PLACE, &answer, 1, MPI_INT, MPI_SUM, MPI_COMM_WORLD);
         MPI_Gather(&answer, 1, MPI_INT, answers.data(), 1, MPI_INT, 0, MPI_COMM_WORLD);
     }
     const auto stop = std::chrono::steady_clock::now();
@@ -95,25 +100,28 @@ double nativeRoundTrips(long count) {
 }
 
 void measureRoundTrips(long count) {
-    const Run sides[] = {nativeRoundTrips, [](long n) { return commandRoundTrips(n, true); },
+    const Run sides[] = {[](long n) { return nativeRoundTrips(n, false); },
+                         [](long n) { return nativeRoundTrips(n, true); },
+                         [](long n) { return commandRoundTrips(n, true); },
                          [](long n) { return commandRoundTrips(n, false); }};
-    const char* names[] = {"native Bcast x2 + Gather", "Nop command, spin wait on",
-                           "Nop command, spin wait off"};
-    std::vector<double> times[3];
-    std::vector<double> ratios[3];  // over native, within one round
+    const char* names[] = {"native Bcast x2 + Gather", "native + Allreduce (the path's)",
+                           "Nop command, spin wait on", "Nop command, spin wait off"};
+    constexpr int nSides = 4;
+    std::vector<double> times[nSides];
+    std::vector<double> ratios[nSides];  // over native, within one round
     for (const Run& side : sides)
         side(count / 10 + 1);  // warm up every path
     for (int round = 0; round < rounds; ++round) {
-        for (int k = 0; k < 3; ++k) {
-            const int side = (round + k) % 3;
+        for (int k = 0; k < nSides; ++k) {
+            const int side = (round + k) % nSides;
             times[side].push_back(sides[side](count) / double(count) * 1e6);
         }
-        for (int side = 0; side < 3; ++side)
+        for (int side = 0; side < nSides; ++side)
             ratios[side].push_back(times[side].back() / times[0].back());
     }
     if (!master)
         return;
-    for (int side = 0; side < 3; ++side)
+    for (int side = 0; side < nSides; ++side)
         std::printf("%-28s %10.2f %9.3f %8.3f\n", names[side], best(times[side]),
                     best(times[side]) / best(times[0]), median(ratios[side]));
 }
