@@ -113,11 +113,6 @@ void Communicator::setMaxBufferSize(std::uint64_t bytes) {
     _maxBufferSize = bytes;
 }
 
-bool Communicator::exceedsSizeLimits(const std::uint64_t& count, unsigned int elementSize) const {
-    constexpr std::uint64_t maxCount = std::numeric_limits<int>::max();
-    return count * elementSize > _maxBufferSize || count > maxCount;
-}
-
 void Communicator::synchronise() {
     communicate("Communicator::Synchronise", 0, -1, [&] { return QMX_MPI_Barrier(_handle); });
 }

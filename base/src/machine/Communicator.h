@@ -81,7 +81,9 @@ class Communicator {
     bool exceedsMaximumBufferSize(const std::uint64_t& bytes) const {
         return bytes > _maxBufferSize;
     }
-    bool exceedsSizeLimits(const std::uint64_t& count, unsigned int elementSize) const;
+    bool exceedsSizeLimits(const std::uint64_t& count, unsigned int elementSize) const {
+        return count * elementSize > _maxBufferSize || count > MessageLimits::maxIntCount;
+    }
 
     void enableCommunicationTimer(bool enable) { _timerEnabled = enable; }
     double getCommunicationTime() const { return _communicationTime; }
@@ -387,6 +389,10 @@ class Communicator {
     static void reportLockedOut();
 
     void broadcastBuffer(const BufferBase<unsigned int>& buffer, unsigned int root);
+    // A broadcast too large for one call, as two of half the size each.
+    void broadcastInHalves(const BufferBase<unsigned int>& buffer, unsigned int root);
+    // What the statistics record as the peer of a collective.
+    static constexpr int collectivePeer = -1;
     // Pieces of split gathers: `count` elements per rank from element `offset` of each rank's
     // block of `stride` elements.
     void gatherPiece(const ConstBufferBase<unsigned int>& send,

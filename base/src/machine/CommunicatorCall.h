@@ -67,4 +67,28 @@ inline void Communicator::receive(const char* operation, const BufferBase<int>& 
     checkStatus(err, status);
 }
 
+// The broadcast and the all-reduce are inline too: with small messages they are latencies.
+inline void Communicator::broadcastBuffer(const BufferBase<unsigned int>& buffer,
+                                          unsigned int root) {
+    if (buffer.size == 0)
+        return;
+    if (exceedsSizeLimits(buffer.size, buffer.elementSize)) [[unlikely]] {
+        broadcastInHalves(buffer, root);
+        return;
+    }
+    communicate("Communicator::Broadcast", buffer.bytes(), collectivePeer, [&] {
+        return QMX_MPI_Bcast(buffer.data, static_cast<int>(buffer.size), buffer.type,
+                             static_cast<int>(root), _handle);
+    });
+}
+
+inline void Communicator::_allReduce(const BufferBase<int>& buffer, int op) {
+    if (buffer.size == 0)
+        return;
+    communicate("Communicator::AllReduce", buffer.bytes(), collectivePeer, [&] {
+        return QMX_MPI_Allreduce(QMX_MPI_IN_PLACE, buffer.data, buffer.size, buffer.type, op,
+                                 _handle);
+    });
+}
+
 }  // namespace tolm

@@ -11,8 +11,6 @@
 namespace tolm {
 namespace {
 
-constexpr int collectivePeer = -1;
-
 // The first `count` elements of `buffer`, from element `offset` on.
 BufferBase<unsigned int> piece(const BufferBase<unsigned int>& buffer, std::uint64_t offset,
                                unsigned int count) {
@@ -82,21 +80,12 @@ void splitBlocks(const Communicator& comm, const Communicator::UnsignedCounts& c
 
 }  // namespace
 
-void Communicator::broadcastBuffer(const BufferBase<unsigned int>& buffer, unsigned int root) {
-    if (buffer.size == 0)
-        return;
-    if (exceedsSizeLimits(buffer.size, buffer.elementSize)) {
-        if (buffer.size == 1)
-            MessageLimits::throwOversizedMessage(buffer.size, buffer.bytes());
-        const unsigned int first = buffer.size / 2;
-        broadcastBuffer(piece(buffer, 0, first), root);
-        broadcastBuffer(piece(buffer, first, buffer.size - first), root);
-        return;
-    }
-    communicate("Communicator::Broadcast", buffer.bytes(), collectivePeer, [&] {
-        return QMX_MPI_Bcast(buffer.data, static_cast<int>(buffer.size), buffer.type,
-                             static_cast<int>(root), _handle);
-    });
+void Communicator::broadcastInHalves(const BufferBase<unsigned int>& buffer, unsigned int root) {
+    if (buffer.size == 1)
+        MessageLimits::throwOversizedMessage(buffer.size, buffer.bytes());
+    const unsigned int first = buffer.size / 2;
+    broadcastBuffer(piece(buffer, 0, first), root);
+    broadcastBuffer(piece(buffer, first, buffer.size - first), root);
 }
 
 void Communicator::broadcast(std::string& text, unsigned int root) {
@@ -157,8 +146,8 @@ void Communicator::gatherPiece(const ConstBufferBase<unsigned int>& send,
     const bool isRoot = myRank() == root;
     std::vector<char> pieces(!whole && isRoot ? total * send.elementSize : 0);
     void* target = whole ? recv.data : pieces.data();
-    communicate("Communicator::Gather", std::uint64_t(count) * send.elementSize, collectivePeer,
-                [&] {
+    communicate("Communicator::Gather", std::uint64_t(count) * send.elementSize,
+                Communicator::collectivePeer, [&] {
                     return QMX_MPI_Gather(at(send, offset), int(count), send.type, target,
                                           int(count), recv.type, int(root), _handle);
                 });
@@ -188,8 +177,8 @@ void Communicator::allGatherPiece(const ConstBufferBase<unsigned int>& send,
     const bool whole = count == stride;
     std::vector<char> pieces(whole ? 0 : total * send.elementSize);
     void* target = whole ? recv.data : pieces.data();
-    communicate("Communicator::AllGather", std::uint64_t(count) * send.elementSize, collectivePeer,
-                [&] {
+    communicate("Communicator::AllGather", std::uint64_t(count) * send.elementSize,
+                Communicator::collectivePeer, [&] {
                     return QMX_MPI_Allgather(at(send, offset), int(count), send.type, target,
                                              int(count), recv.type, _handle);
                 });
@@ -225,7 +214,7 @@ void Communicator::scatterPiece(const ConstBufferBase<unsigned int>& send,
                     at(send, std::uint64_t(rank) * stride + offset), blockBytes);
     }
     const void* source = whole ? send.data : pieces.data();
-    communicate("Communicator::Scatter", blockBytes, collectivePeer, [&] {
+    communicate("Communicator::Scatter", blockBytes, Communicator::collectivePeer, [&] {
         return QMX_MPI_Scatter(source, int(count), send.type, at(recv, offset), int(count),
                                recv.type, int(root), _handle);
     });
@@ -258,7 +247,7 @@ void Communicator::gatherVector(const ConstBufferBase<int>& sendbuf, const Buffe
         }
     }
     const IntCounts& displs = displacements.empty() ? defaults : displacements;
-    communicate("Communicator::GatherVector", sendbuf.bytes(), collectivePeer, [&] {
+    communicate("Communicator::GatherVector", sendbuf.bytes(), Communicator::collectivePeer, [&] {
         return QMX_MPI_Gatherv(sendbuf.data, sendbuf.size, sendbuf.type, recvbuf.data,
                                isRoot ? counts.data() : nullptr, isRoot ? displs.data() : nullptr,
                                recvbuf.type, int(root), _handle);
@@ -280,8 +269,8 @@ void Communicator::gatherVector(const ConstBufferBase<unsigned int>& sendbuf,
                 [&](const UnsignedCounts& c, const UnsignedCounts& d, std::uint64_t own) {
                     const IntCounts intCounts = asInts(c), intDispls = asInts(d);
                     communicate("Communicator::GatherVector",
-                                std::uint64_t(c[myRank()]) * sendbuf.elementSize, collectivePeer,
-                                [&] {
+                                std::uint64_t(c[myRank()]) * sendbuf.elementSize,
+                                Communicator::collectivePeer, [&] {
                                     return QMX_MPI_Gatherv(at(sendbuf, own), intCounts[myRank()],
                                                            sendbuf.type, recvbuf.data,
                                                            intCounts.data(), intDispls.data(),
@@ -311,13 +300,14 @@ void Communicator::allGatherVector(const ConstBufferBase<unsigned int>& sendbuf,
                         return;
                     }
                     const IntCounts intCounts = asInts(c), intDispls = asInts(d);
-                    communicate(
-                        "Communicator::AllGatherVector",
-                        std::uint64_t(c[myRank()]) * sendbuf.elementSize, collectivePeer, [&] {
-                            return QMX_MPI_Allgatherv(at(sendbuf, own), intCounts[myRank()],
-                                                      sendbuf.type, recvbuf.data, intCounts.data(),
-                                                      intDispls.data(), recvbuf.type, _handle);
-                        });
+                    communicate("Communicator::AllGatherVector",
+                                std::uint64_t(c[myRank()]) * sendbuf.elementSize,
+                                Communicator::collectivePeer, [&] {
+                                    return QMX_MPI_Allgatherv(at(sendbuf, own), intCounts[myRank()],
+                                                              sendbuf.type, recvbuf.data,
+                                                              intCounts.data(), intDispls.data(),
+                                                              recvbuf.type, _handle);
+                                });
                 });
 }
 
@@ -334,7 +324,7 @@ void Communicator::scatterVector(const ConstBufferBase<int>& sendbuf, const IntC
         defaults = asInts(unsignedDisplacements);
     }
     const IntCounts& displs = displacements.empty() ? defaults : displacements;
-    communicate("Communicator::ScatterVector", recvbuf.bytes(), collectivePeer, [&] {
+    communicate("Communicator::ScatterVector", recvbuf.bytes(), Communicator::collectivePeer, [&] {
         return QMX_MPI_Scatterv(sendbuf.data, isRoot ? counts.data() : nullptr,
                                 isRoot ? displs.data() : nullptr, sendbuf.type, recvbuf.data,
                                 recvbuf.size, recvbuf.type, int(root), _handle);
@@ -354,8 +344,8 @@ void Communicator::scatterVector(const ConstBufferBase<unsigned int>& sendbuf,
                 [&](const UnsignedCounts& c, const UnsignedCounts& d, std::uint64_t own) {
                     const IntCounts intCounts = asInts(c), intDispls = asInts(d);
                     communicate("Communicator::ScatterVector",
-                                std::uint64_t(c[myRank()]) * recvbuf.elementSize, collectivePeer,
-                                [&] {
+                                std::uint64_t(c[myRank()]) * recvbuf.elementSize,
+                                Communicator::collectivePeer, [&] {
                                     return QMX_MPI_Scatterv(sendbuf.data, intCounts.data(),
                                                             intDispls.data(), sendbuf.type,
                                                             at(recvbuf, own), intCounts[myRank()],
@@ -367,7 +357,7 @@ void Communicator::scatterVector(const ConstBufferBase<unsigned int>& sendbuf,
 void Communicator::allToAll(const ConstBufferBase<int>& sendbuf, const BufferBase<int>& recvbuf) {
     TOLM_ASSERT(sendbuf.type == recvbuf.type, "Communicator::allToAll : Mismatch in gather types");
     const int perRank = sendbuf.size / int(size());
-    communicate("Communicator::AllToAll", sendbuf.bytes(), collectivePeer, [&] {
+    communicate("Communicator::AllToAll", sendbuf.bytes(), Communicator::collectivePeer, [&] {
         return QMX_MPI_Alltoall(sendbuf.data, perRank, sendbuf.type, recvbuf.data, perRank,
                                 recvbuf.type, _handle);
     });
@@ -378,7 +368,7 @@ void Communicator::allToAllVector(const ConstBufferBase<int>& sendbuf, const Int
                                   const IntCounts& recvCounts, const IntCounts& recvDispl) {
     TOLM_ASSERT(sendbuf.type == recvbuf.type, "Communicator::allToAll : Mismatch in gather types");
     checkRecvCounts(recvCounts);
-    communicate("Communicator::AllToAllVector", sendbuf.bytes(), collectivePeer, [&] {
+    communicate("Communicator::AllToAllVector", sendbuf.bytes(), Communicator::collectivePeer, [&] {
         return QMX_MPI_Alltoallv(sendbuf.data, sendCounts.data(), sendDispl.data(), sendbuf.type,
                                  recvbuf.data, recvCounts.data(), recvDispl.data(), recvbuf.type,
                                  _handle);
@@ -395,7 +385,7 @@ void Communicator::reduceScatter(const ConstBufferBase<int>& sendbuf,
                 "Communicator::reduceScatter : mismatched counts");
     // clang-format on
     const IntCounts counts(size(), recvbuf.size);
-    communicate("Communicator::reduceScatter", sendbuf.bytes(), collectivePeer, [&] {
+    communicate("Communicator::reduceScatter", sendbuf.bytes(), Communicator::collectivePeer, [&] {
         return QMX_MPI_Reduce_scatter(sendbuf.data, recvbuf.data, counts.data(), sendbuf.type, op,
                                       _handle);
     });
@@ -405,26 +395,17 @@ void Communicator::_reduce(const BufferBase<int>& buffer, int op, unsigned int r
     if (buffer.size == 0)
         return;
     const bool isRoot = myRank() == root;
-    communicate("Communicator::Reduce", buffer.bytes(), collectivePeer, [&] {
+    communicate("Communicator::Reduce", buffer.bytes(), Communicator::collectivePeer, [&] {
         return QMX_MPI_Reduce(isRoot ? QMX_MPI_IN_PLACE : buffer.data,
                               isRoot ? buffer.data : nullptr, buffer.size, buffer.type, op,
                               int(root), _handle);
     });
 }
 
-void Communicator::_allReduce(const BufferBase<int>& buffer, int op) {
-    if (buffer.size == 0)
-        return;
-    communicate("Communicator::AllReduce", buffer.bytes(), collectivePeer, [&] {
-        return QMX_MPI_Allreduce(QMX_MPI_IN_PLACE, buffer.data, buffer.size, buffer.type, op,
-                                 _handle);
-    });
-}
-
 void Communicator::_scan(const BufferBase<int>& buffer, int op) {
     if (buffer.size == 0)
         return;
-    communicate("Communicator::scan", buffer.bytes(), collectivePeer, [&] {
+    communicate("Communicator::scan", buffer.bytes(), Communicator::collectivePeer, [&] {
         return QMX_MPI_Scan(QMX_MPI_IN_PLACE, buffer.data, buffer.size, buffer.type, op, _handle);
     });
 }
