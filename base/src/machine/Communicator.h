@@ -425,17 +425,14 @@ class Communicator {
     template <typename T>
     static BufferBase<int> bufferOf(T* data, std::uint64_t count) {
         static_assert(!std::is_pointer_v<T>, "an address means nothing in another process");
-        return {data, intCount(elementsOf<T>(count)), MpiDatatype<T>::value, elementSizeOf<T>()};
+        return {data, MessageLimits::toInt(elementsOf<T>(count)), MpiDatatype<T>::value,
+                elementSizeOf<T>()};
     }
     template <typename T>
     static ConstBufferBase<int> constBufferOf(const T* data, std::uint64_t count) {
         static_assert(!std::is_pointer_v<T>, "an address means nothing in another process");
-        return {data, intCount(elementsOf<T>(count)), MpiDatatype<T>::value, elementSizeOf<T>()};
-    }
-    // MessageLimits::toInt, with the common case decided here: point-to-point latency counts.
-    static int intCount(std::uint64_t count) {
-        return count <= MessageLimits::maxIntCount ? static_cast<int>(count)
-                                                   : MessageLimits::toInt(count);
+        return {data, MessageLimits::toInt(elementsOf<T>(count)), MpiDatatype<T>::value,
+                elementSizeOf<T>()};
     }
     // Probes the message a receive from `source` with `tag` would take: source and tag become
     // the message's; returns its length in values of T.

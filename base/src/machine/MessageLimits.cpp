@@ -6,29 +6,14 @@
 #include "neo/InternalError.h"
 
 namespace tolm {
-namespace {
 
-[[noreturn]] void throwInvalidCast(std::uint64_t value, std::uint64_t maximum) {
+void MessageLimits::throwInvalidCast(std::uint64_t value, std::uint64_t maximum) {
     const std::string message = std::string("Invalid integer cast.\n") +
                                 "An oversized message size or displacement has been detected.\n" +
                                 Communicator::_oversizedMessageHint + "\n" +
                                 "Actual value = " + std::to_string(value) + "\n" +
                                 "Max value = " + std::to_string(maximum);
     throw InternalError(message, "false", __FILE__, __LINE__);
-}
-
-}  // namespace
-
-int MessageLimits::toInt(std::uint64_t value) {
-    if (value > maxIntCount)
-        throwInvalidCast(value, maxIntCount);
-    return static_cast<int>(value);
-}
-
-unsigned int MessageLimits::toUnsigned(std::uint64_t value) {
-    if (value > maxUnsignedCount)
-        throwInvalidCast(value, maxUnsignedCount);
-    return static_cast<unsigned int>(value);
 }
 
 void MessageLimits::checkTotalCount(std::uint64_t total) {
