@@ -1,7 +1,8 @@
 // The hybrid MPI/thread context against plain MPI, in one job of N ranks on one host:
 //   1. the same compute work split over N processes (barrier, work, barrier) and over N
-//      threads of one process (HybridMpiThreadContext, host scope); the threads should not be
-//      slower;
+//      threads of one process (HybridMpiThreadContext, host scope); the threaded operation
+//      should not be slower. The whole context is shown beside it: it adds the closing
+//      sleeping barrier, whose sleepers wake within one sleep period of the leader's arrival;
 //   2. the processor time the waiting processes use, as a share of one core: while the
 //      hybrid operation runs (they sleep in the context's barrier) and while one rank works
 //      and the others wait in MPI_Barrier (they poll).
@@ -11,6 +12,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
+#include <utility>
 #include <vector>
 
 #include "../latency/LatencyBench.h"
@@ -25,9 +27,9 @@
 namespace tolm {
 namespace {
 
-// Kernel steps of one measurement: about a second of work, so that the end of a hybrid
-// operation, where the sleeping processes wake within one sleep period (10 ms), weighs
-// about as little as in a real operation of that size.
+// Kernel steps of one measurement: about two thirds of a second of work on two cores, so that
+// the end of the context, where the sleeping processes wake within one sleep period (10 ms),
+// weighs about as little as after a real operation of that size.
 constexpr unsigned long totalWork = 600'000'000;
 constexpr int repetitions = 15;
 
@@ -46,9 +48,12 @@ double cpuSeconds() {
     return double(now.tv_sec) + 1e-9 * double(now.tv_nsec);
 }
 
+// Times itself: `seconds` is the operation's own wall time, from its start to the sum of
+// the threads' results.
 class ThreadedKernel : public HybridMpiThreadOperation {
   public:
     void execute(const HybridMachine&) override {
+        const double start = Machine::wallTime();
         ThreadPolicyBase& policy = threadPolicy();
         const unsigned threads = policy.getNumberThreads();
         std::vector<double> partial(threads);
@@ -59,12 +64,19 @@ class ThreadedKernel : public HybridMpiThreadOperation {
         result = 0.0;
         for (const double value : partial)
             result += value;
+        seconds = Machine::wallTime() - start;
     }
     double result = 0.0;
+    double seconds = 0.0;
 };
 
 Communicator& world() {
     return *Machine::globalCommunicator();
+}
+
+double slowest(double seconds) {
+    world().allReduce(seconds, QMX_MPI_MAX);
+    return seconds;
 }
 
 // Seconds of the slowest rank.
@@ -73,29 +85,50 @@ double slowestRank(Work&& work) {
     world().synchronise();
     const double start = Machine::wallTime();
     work();
-    double seconds = Machine::wallTime() - start;
-    world().allReduce(seconds, QMX_MPI_MAX);
-    return seconds;
+    return slowest(Machine::wallTime() - start);
 }
 
-// Both sides timed in turns, so that a slower stretch of the machine weighs on both alike.
+// One series of each side; a ratio is threads / processes within one turn.
 struct SameWork {
-    std::vector<double> processes, threads, ratios;  // ratios: threads / processes per turn
+    std::vector<double> processes, operation, context;
+    std::vector<double> operationRatios, contextRatios;
 };
 
-template <typename OverProcesses, typename OverThreads>
-SameWork timeInTurns(OverProcesses&& overProcesses, OverThreads&& overThreads) {
+// Both sides timed in turns, so that a slower stretch of the machine weighs on both alike.
+SameWork timeInTurns(unsigned rank, unsigned np, ThreadedKernel& threaded, double& check) {
+    const auto overProcesses = [&] {
+        check += kernel(totalWork * rank / np, totalWork * (rank + 1) / np);
+        world().synchronise();
+    };
+    const auto overThreads = [&] {
+        threaded.seconds = 0.0;  // stays 0 on the processes that only wait
+        const double context =
+            slowestRank([&] { HybridMpiThreadContext::execute(HOST_SCOPE, threaded); });
+        return std::pair{slowest(threaded.seconds), context};
+    };
     SameWork times;
     for (int turn = 0; turn < repetitions; ++turn) {
         const bool threadsFirst = turn % 2 == 1;
+        std::pair<double, double> threads;
         if (threadsFirst)
-            times.threads.push_back(slowestRank(overThreads));
+            threads = overThreads();
         times.processes.push_back(slowestRank(overProcesses));
         if (!threadsFirst)
-            times.threads.push_back(slowestRank(overThreads));
-        times.ratios.push_back(times.threads.back() / times.processes.back());
+            threads = overThreads();
+        times.operation.push_back(threads.first);
+        times.context.push_back(threads.second);
+        times.operationRatios.push_back(threads.first / times.processes.back());
+        times.contextRatios.push_back(threads.second / times.processes.back());
     }
     return times;
+}
+
+void printSameWork(const char* what, const std::vector<double>& threads,
+                   const std::vector<double>& processes, const std::vector<double>& ratios) {
+    const double bestThreads = bench::best(threads);
+    const double bestProcesses = bench::best(processes);
+    std::printf("%-44s %11.4fs %11.4fs %8.3f %8.3f\n", what, bestThreads, bestProcesses,
+                bestThreads / bestProcesses, bench::median(ratios));
 }
 
 // The largest share of a core a waiting rank used while `work` ran.
@@ -113,14 +146,9 @@ double waitingCoreShare(Work&& work, bool waiting) {
 void run() {
     const unsigned np = world().size();
     const unsigned rank = world().myRank();
-    double check = 0.0;
+    double check = 0.0;  // printed, so that the compiler keeps the processes' work
     ThreadedKernel threaded;
-    const SameWork same = timeInTurns(
-        [&] {
-            check = kernel(totalWork * rank / np, totalWork * (rank + 1) / np);
-            world().synchronise();
-        },
-        [&] { HybridMpiThreadContext::execute(HOST_SCOPE, threaded); });
+    const SameWork same = timeInTurns(rank, np, threaded, check);
     const bool leader = Machine::hasSparseCommunicator(HOST_SCOPE) != nullptr;
     const double hybridWait =
         waitingCoreShare([&] { HybridMpiThreadContext::execute(HOST_SCOPE, threaded); }, !leader);
@@ -137,10 +165,10 @@ void run() {
     std::printf("hybrid MPI/thread execution, %u ranks on one host, %s (check %.6g %.6g)\n", np,
                 TOLM_BENCH_DRIVER, check, threaded.result);
     std::printf("%-44s %12s %12s %8s %8s\n", "measurement", "tolm", "raw MPI", "ratio", "median");
-    const double threads = bench::best(same.threads);
-    const double processes = bench::best(same.processes);
-    std::printf("%-44s %11.4fs %11.4fs %8.3f %8.3f\n", "same work: N threads (tolm) / N processes",
-                threads, processes, threads / processes, bench::median(same.ratios));
+    printSameWork("operation: N threads (tolm) / N processes", same.operation, same.processes,
+                  same.operationRatios);
+    printSameWork("whole context, closing barrier included", same.context, same.processes,
+                  same.contextRatios);
     std::printf("%-44s %11.2f%% %11.2f%% %8.3f\n", "waiting rank's core share (sleep / barrier)",
                 100.0 * hybridWait, 100.0 * mpiWait, mpiWait > 0 ? hybridWait / mpiWait : 0.0);
 }
