@@ -19,11 +19,12 @@ auto& ops = handles.ops;
 using special::recvBuffer;
 using special::sendBuffer;
 
-// The reductions of the form (send, recv, count, type, op, comm).
+// The reductions of the form (send, recv, count, type, op, comm). The MPI function is a
+// template argument, so that each reduction calls it directly and is one function of its own.
 using NativeReduction = int (*)(const void*, void*, int, MPI_Datatype, MPI_Op, MPI_Comm);
 
-int reduction(NativeReduction mpiReduce, const void* sendbuf, void* recvbuf, int count,
-              int datatype, int op, int comm) {
+template <NativeReduction mpiReduce>
+int reduction(const void* sendbuf, void* recvbuf, int count, int datatype, int op, int comm) {
     return guarded([&] {
         const OpEntry entry = ops.get(op);
         const MPI_Datatype nativeType = types.get(datatype);
@@ -132,15 +133,15 @@ int Reduce(const void* sendbuf, void* recvbuf, int count, int datatype, int op, 
 }
 
 int Allreduce(const void* sendbuf, void* recvbuf, int count, int datatype, int op, int comm) {
-    return reduction(&MPI_Allreduce, sendbuf, recvbuf, count, datatype, op, comm);
+    return reduction<&MPI_Allreduce>(sendbuf, recvbuf, count, datatype, op, comm);
 }
 
 int Scan(const void* sendbuf, void* recvbuf, int count, int datatype, int op, int comm) {
-    return reduction(&MPI_Scan, sendbuf, recvbuf, count, datatype, op, comm);
+    return reduction<&MPI_Scan>(sendbuf, recvbuf, count, datatype, op, comm);
 }
 
 int Exscan(const void* sendbuf, void* recvbuf, int count, int datatype, int op, int comm) {
-    return reduction(&MPI_Exscan, sendbuf, recvbuf, count, datatype, op, comm);
+    return reduction<&MPI_Exscan>(sendbuf, recvbuf, count, datatype, op, comm);
 }
 
 int Reduce_scatter(const void* sendbuf, void* recvbuf, const int* recvcounts, int datatype, int op,

@@ -39,16 +39,12 @@ void userOpTrampoline(void* in, void* inout, int* len, MPI_Datatype* datatype) {
     active.function(in, inout, len, &qmxDatatype);
 }
 
-ActiveUserOp::ActiveUserOp(const OpEntry& op, int datatype) : active_(op.function != nullptr) {
-    if (active_) {
-        active = Active{op.function, datatype};
-    }
+void ActiveUserOp::activate(QMX_MPI_User_function* function, int datatype) {
+    active = Active{function, datatype};
 }
 
-ActiveUserOp::~ActiveUserOp() {
-    if (active_) {
-        active = Active{};
-    }
+void ActiveUserOp::deactivate() {
+    active = Active{};
 }
 
 }  // namespace tolm::mpidriver

@@ -18,14 +18,24 @@ void userOpTrampoline(void* in, void* inout, int* len, MPI_Datatype* datatype);
 
 // Makes op the active user operation, and datatype the wrapper handle of the reduced type,
 // until destroyed; does nothing for a predefined operation.
+// Inline, so that a reduction with a predefined operation pays one test.
 class ActiveUserOp {
   public:
-    ActiveUserOp(const OpEntry& op, int datatype);
-    ~ActiveUserOp();
+    ActiveUserOp(const OpEntry& op, int datatype) : active_(op.function != nullptr) {
+        if (active_)
+            activate(op.function, datatype);
+    }
+    ~ActiveUserOp() {
+        if (active_)
+            deactivate();
+    }
     ActiveUserOp(const ActiveUserOp&) = delete;
     ActiveUserOp& operator=(const ActiveUserOp&) = delete;
 
   private:
+    static void activate(QMX_MPI_User_function* function, int datatype);
+    static void deactivate();
+
     bool active_;
 };
 
