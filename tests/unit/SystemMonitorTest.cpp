@@ -13,7 +13,6 @@
 
 #include "machine/Machine.h"
 #include "machine/MemoryHistoryExport.h"
-#include "machine/OptionError.h"
 #include "machine/SamplingSchedule.h"
 #include "machine/SystemMonitor.h"
 #include "neo/Error.h"
@@ -247,11 +246,6 @@ TEST_F(MachineSystemMonitor, TheOptionEnablesItWithItsSamplingPeriodInSeconds) {
     EXPECT_EQ(Machine::getSystemMonitor().getYieldTime(), 5u);
     EXPECT_EQ(consumed["-memorymonitor"], 2u);
     EXPECT_FALSE(Machine::getSystemMonitor().running()) << "the machine's start starts it";
-
-    test::Argv missing{"server", "-s", "-memorymonitor"};
-    EXPECT_EQ(test::errorOf<OptionError>(
-                  [&] { Machine::parseCommonArgvs(missing.argc(), missing.argv(), consumed); }),
-              "Missing -memorymonitor arg");
 }
 
 TEST_F(MachineSystemMonitor, PeriodsAreWholeMillisecondsAndNonsenseMeansTheDefault) {
