@@ -19,16 +19,9 @@ std::size_t at(int index) {
 
 TEST(Collectives, BroadcastFromEveryRootDeliversThatRootsPayload) {
     for (int root = 0; root < worldSize(); ++root) {
-        std::array<int, 5> buffer{};
-        if (worldRank() == root) {
-            for (int i = 0; i < 5; ++i) {
-                buffer[at(i)] = payload(root, i);
-            }
-        }
+        std::vector<int> buffer = worldRank() == root ? payloads(root, 5) : std::vector<int>(5);
         ASSERT_QMX_OK(QMX_MPI_Bcast(buffer.data(), 5, QMX_MPI_INT, root, QMX_MPI_COMM_WORLD));
-        for (int i = 0; i < 5; ++i) {
-            EXPECT_EQ(payload(root, i), buffer[at(i)]) << "root " << root;
-        }
+        EXPECT_EQ(payloads(root, 5), buffer) << "root " << root;
     }
 }
 
@@ -36,15 +29,16 @@ TEST(Collectives, GatherAndScatterKeepRankOrder) {
     const int rank = worldRank();
     const int size = worldSize();
     const int root = size - 1;
-    const int mine[2] = {payload(rank, 0), payload(rank, 1)};
+    std::vector<int> everyBlock;
+    for (int r = 0; r < size; ++r) {
+        const auto block = payloads(r, 2);
+        everyBlock.insert(everyBlock.end(), block.begin(), block.end());
+    }
     std::vector<int> gathered(at(2 * size), -1);
-    ASSERT_QMX_OK(QMX_MPI_Gather(mine, 2, QMX_MPI_INT, gathered.data(), 2, QMX_MPI_INT, root,
-                                 QMX_MPI_COMM_WORLD));
+    ASSERT_QMX_OK(QMX_MPI_Gather(payloads(rank, 2).data(), 2, QMX_MPI_INT, gathered.data(), 2,
+                                 QMX_MPI_INT, root, QMX_MPI_COMM_WORLD));
     if (rank == root) {
-        for (int r = 0; r < size; ++r) {
-            EXPECT_EQ(payload(r, 0), gathered[at(2 * r)]);
-            EXPECT_EQ(payload(r, 1), gathered[at(2 * r + 1)]);
-        }
+        EXPECT_EQ(everyBlock, gathered);
     }
 
     // Rank r's block holds r + 1 values, with a gap of one element between blocks.
@@ -76,26 +70,20 @@ TEST(Collectives, GatherAndScatterKeepRankOrder) {
                                   rank == root ? QMX_MPI_IN_PLACE : scattered, 2, QMX_MPI_INT, root,
                                   QMX_MPI_COMM_WORLD));
     if (rank == root) {
-        EXPECT_EQ(payload(root, 0), gathered[at(2 * root)]);
+        EXPECT_EQ(everyBlock, gathered);
     } else {
-        EXPECT_EQ(payload(rank, 0), scattered[0]);
-        EXPECT_EQ(payload(rank, 1), scattered[1]);
+        EXPECT_EQ(payloads(rank, 2), std::vector<int>(scattered, scattered + 2));
     }
 }
 
 TEST(Collectives, AllToAllPlacesEveryBlockBySourceRank) {
     const int rank = worldRank();
     const int size = worldSize();
-    std::vector<int> outgoing(at(size));
-    for (int r = 0; r < size; ++r) {
-        outgoing[at(r)] = payload(rank, r);
-    }
+    const std::vector<int> outgoing = payloads(rank, size);
     std::vector<int> incoming(at(size), -1);
     ASSERT_QMX_OK(QMX_MPI_Alltoall(outgoing.data(), 1, QMX_MPI_INT, incoming.data(), 1, QMX_MPI_INT,
                                    QMX_MPI_COMM_WORLD));
-    for (int r = 0; r < size; ++r) {
-        EXPECT_EQ(payload(r, rank), incoming[at(r)]);
-    }
+    EXPECT_EQ(payloadOfEveryRank(rank), incoming);
 
     std::vector<int> all(at(size), -1);
     all[at(rank)] = payload(rank, 5);
@@ -103,10 +91,8 @@ TEST(Collectives, AllToAllPlacesEveryBlockBySourceRank) {
                                     QMX_MPI_COMM_WORLD));
     std::vector<int> counts(at(size), 1);
     std::vector<int> reversedDisplacements(at(size));
-    for (int r = 0; r < size; ++r) {
-        EXPECT_EQ(payload(r, 5), all[at(r)]);
-        reversedDisplacements[at(r)] = size - 1 - r;
-    }
+    EXPECT_EQ(payloadOfEveryRank(5), all);
+    std::iota(reversedDisplacements.rbegin(), reversedDisplacements.rend(), 0);
     std::vector<int> reversed(at(size), -1);
     const int mine = payload(rank, 6);
     ASSERT_QMX_OK(QMX_MPI_Allgatherv(&mine, 1, QMX_MPI_INT, reversed.data(), counts.data(),
@@ -118,10 +104,10 @@ TEST(Collectives, AllToAllPlacesEveryBlockBySourceRank) {
     ASSERT_QMX_OK(QMX_MPI_Alltoallv(outgoing.data(), counts.data(), displacements.data(),
                                     QMX_MPI_INT, received.data(), counts.data(),
                                     reversedDisplacements.data(), QMX_MPI_INT, QMX_MPI_COMM_WORLD));
-    for (int r = 0; r < size; ++r) {
-        EXPECT_EQ(payload(r, 6), reversed[at(size - 1 - r)]);
-        EXPECT_EQ(payload(r, rank), received[at(size - 1 - r)]);
-    }
+    std::reverse(reversed.begin(), reversed.end());
+    std::reverse(received.begin(), received.end());
+    EXPECT_EQ(payloadOfEveryRank(6), reversed);
+    EXPECT_EQ(payloadOfEveryRank(rank), received);
 }
 
 TEST(Collectives, InPlaceReductionsCombineEveryRank) {
@@ -180,10 +166,11 @@ TEST(Collectives, ReduceScatterGivesEachRankItsShareOfTheSum) {
     std::vector<int> share(at(rank + 1), -1);
     ASSERT_QMX_OK(QMX_MPI_Reduce_scatter(values.data(), share.data(), counts.data(), QMX_MPI_INT,
                                          QMX_MPI_SUM, QMX_MPI_COMM_WORLD));
-    const int first = rank * (rank + 1) / 2;
-    for (int k = 0; k <= rank; ++k) {
-        EXPECT_EQ(size * (first + k) + size * (size - 1) / 2, share[at(k)]);
-    }
+    std::vector<int> expected(at(rank + 1));
+    std::iota(expected.begin(), expected.end(), rank * (rank + 1) / 2);  // this rank's elements
+    for (int& sum : expected)
+        sum = size * sum + size * (size - 1) / 2;
+    EXPECT_EQ(expected, share);
 }
 
 // The datatype handle the last user operation received; notCalled until one runs.

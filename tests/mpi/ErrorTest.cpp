@@ -71,12 +71,10 @@ TEST(Errors, PredefinedObjectsCannotBeFreed) {
 
 TEST(Errors, TruncatedReceiveReportsTruncationInItsStatus) {
     const int rank = worldRank();
-    int sent[10];
-    for (int i = 0; i < 10; ++i) {
-        sent[i] = payload(rank, i);
-    }
+    const std::vector<int> sent = payloads(rank, 10);
     int request = QMX_MPI_REQUEST_NULL;
-    ASSERT_QMX_OK(QMX_MPI_Isend(sent, 10, QMX_MPI_INT, rank, 2, QMX_MPI_COMM_WORLD, &request));
+    ASSERT_QMX_OK(
+        QMX_MPI_Isend(sent.data(), 10, QMX_MPI_INT, rank, 2, QMX_MPI_COMM_WORLD, &request));
     int received[5];
     QMX_MPI_Status_struct status{};
     const int code = QMX_MPI_Recv(received, 5, QMX_MPI_INT, rank, 2, QMX_MPI_COMM_WORLD, &status);
@@ -94,15 +92,15 @@ TEST(Errors, WaitallReportsEachRequestsErrorInItsStatus) {
         GTEST_SKIP() << "needs a peer";
     }
     const int left = (rank + size - 1) % size;
-    const int sent[4] = {payload(rank, 0), payload(rank, 1), payload(rank, 2), payload(rank, 3)};
+    const std::vector<int> sent = payloads(rank, 4);
     int small[2];
     int large[4];
     int requests[2];
     ASSERT_QMX_OK(QMX_MPI_Irecv(small, 2, QMX_MPI_INT, left, 3, QMX_MPI_COMM_WORLD, &requests[0]));
     ASSERT_QMX_OK(QMX_MPI_Irecv(large, 4, QMX_MPI_INT, left, 4, QMX_MPI_COMM_WORLD, &requests[1]));
     const int right = (rank + 1) % size;
-    ASSERT_QMX_OK(QMX_MPI_Send(sent, 4, QMX_MPI_INT, right, 3, QMX_MPI_COMM_WORLD));
-    ASSERT_QMX_OK(QMX_MPI_Send(sent, 4, QMX_MPI_INT, right, 4, QMX_MPI_COMM_WORLD));
+    ASSERT_QMX_OK(QMX_MPI_Send(sent.data(), 4, QMX_MPI_INT, right, 3, QMX_MPI_COMM_WORLD));
+    ASSERT_QMX_OK(QMX_MPI_Send(sent.data(), 4, QMX_MPI_INT, right, 4, QMX_MPI_COMM_WORLD));
 
     QMX_MPI_Status_struct statuses[2]{};
     ASSERT_EQ(QMX_MPI_ERR_IN_STATUS, QMX_MPI_Waitall(2, requests, statuses));

@@ -34,10 +34,7 @@ TEST(FileIo, CollectiveWritesAndReadsRoundTripEveryRanksBlock) {
                                     QMX_MPI_MODE_CREATE | QMX_MPI_MODE_RDWR, info, &file));
     ASSERT_QMX_OK(QMX_MPI_Info_free(&info));
 
-    std::vector<int> mine(block);
-    for (int i = 0; i < block; ++i) {
-        mine[static_cast<std::size_t>(i)] = payload(rank, i);
-    }
+    const std::vector<int> mine = payloads(rank, block);
     const QMX_MPI_Offset blockBytes = block * static_cast<QMX_MPI_Offset>(sizeof(int));
     QMX_MPI_Status_struct status{};
     ASSERT_QMX_OK(QMX_MPI_File_write_at_all(file, rank * blockBytes, mine.data(), block,
@@ -56,9 +53,7 @@ TEST(FileIo, CollectiveWritesAndReadsRoundTripEveryRanksBlock) {
     std::vector<int> read(block, -1);
     ASSERT_QMX_OK(QMX_MPI_File_read_at_all(file, other * blockBytes, read.data(), block,
                                            QMX_MPI_INT, QMX_MPI_STATUS_IGNORE));
-    for (int i = 0; i < block; ++i) {
-        ASSERT_EQ(payload(other, i), read[static_cast<std::size_t>(i)]) << "element " << i;
-    }
+    EXPECT_EQ(payloads(other, block), read);
     ASSERT_QMX_OK(QMX_MPI_File_read_at(file, rank * blockBytes + 4, read.data(), 1, QMX_MPI_INT,
                                        QMX_MPI_STATUS_IGNORE));
     EXPECT_EQ(payload(rank, 1), read[0]);
@@ -80,11 +75,8 @@ TEST(FileIo, IndividualFilePointerAdvancesByWhatWasTransferred) {
         QMX_MPI_File_open(QMX_MPI_COMM_SELF, name.c_str(),
                           QMX_MPI_MODE_CREATE | QMX_MPI_MODE_RDWR | QMX_MPI_MODE_DELETE_ON_CLOSE,
                           QMX_MPI_INFO_NULL, &file));
-    int values[10];
-    for (int i = 0; i < 10; ++i) {
-        values[i] = payload(rank, i);
-    }
-    ASSERT_QMX_OK(QMX_MPI_File_write(file, values, 10, QMX_MPI_INT, QMX_MPI_STATUS_IGNORE));
+    const std::vector<int> values = payloads(rank, 10);
+    ASSERT_QMX_OK(QMX_MPI_File_write(file, values.data(), 10, QMX_MPI_INT, QMX_MPI_STATUS_IGNORE));
     QMX_MPI_Offset position = -1;
     ASSERT_QMX_OK(QMX_MPI_File_get_position(file, &position));
     EXPECT_EQ(40, position);
@@ -93,12 +85,11 @@ TEST(FileIo, IndividualFilePointerAdvancesByWhatWasTransferred) {
     EXPECT_EQ(40, byteOffset);
 
     ASSERT_QMX_OK(QMX_MPI_File_seek(file, 8, QMX_MPI_SEEK_SET));
-    int read[2] = {-1, -1};
-    ASSERT_QMX_OK(QMX_MPI_File_read(file, read, 2, QMX_MPI_INT, QMX_MPI_STATUS_IGNORE));
-    EXPECT_EQ(payload(rank, 2), read[0]);
-    EXPECT_EQ(payload(rank, 3), read[1]);
+    std::vector<int> read(2, -1);
+    ASSERT_QMX_OK(QMX_MPI_File_read(file, read.data(), 2, QMX_MPI_INT, QMX_MPI_STATUS_IGNORE));
+    EXPECT_EQ(payloads(rank, 2, 2), read);
     ASSERT_QMX_OK(QMX_MPI_File_seek(file, -4, QMX_MPI_SEEK_END));
-    ASSERT_QMX_OK(QMX_MPI_File_read(file, read, 1, QMX_MPI_INT, QMX_MPI_STATUS_IGNORE));
+    ASSERT_QMX_OK(QMX_MPI_File_read(file, read.data(), 1, QMX_MPI_INT, QMX_MPI_STATUS_IGNORE));
     EXPECT_EQ(payload(rank, 9), read[0]);
     EXPECT_EQ(QMX_MPI_ERR_ARG, QMX_MPI_File_seek(file, 0, 1)) << "undefined whence";
 

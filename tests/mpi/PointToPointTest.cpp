@@ -21,10 +21,8 @@ int leftNeighbour() {
 
 TEST(PointToPoint, RingExchangeReportsSourceTagAndCounts) {
     const int rank = worldRank();
-    std::vector<double> sent(37);
-    for (std::size_t i = 0; i < sent.size(); ++i) {
-        sent[i] = payload(rank, static_cast<int>(i));
-    }
+    const std::vector<int> ints = payloads(rank, 37);
+    const std::vector<double> sent(ints.begin(), ints.end());
     std::vector<double> received(40, -1.0);
     QMX_MPI_Status_struct status{};
     ASSERT_QMX_OK(QMX_MPI_Sendrecv(sent.data(), 37, QMX_MPI_DOUBLE, rightNeighbour(), 300 + rank,
@@ -33,9 +31,9 @@ TEST(PointToPoint, RingExchangeReportsSourceTagAndCounts) {
     EXPECT_EQ(leftNeighbour(), status.MPI_SOURCE);
     EXPECT_EQ(300 + leftNeighbour(), status.MPI_TAG);
     EXPECT_EQ(QMX_MPI_SUCCESS, status.MPI_ERROR);
-    for (std::size_t i = 0; i < sent.size(); ++i) {
-        ASSERT_EQ(payload(leftNeighbour(), static_cast<int>(i)), received[i]) << "element " << i;
-    }
+    const std::vector<int> expected = payloads(leftNeighbour(), 37);
+    received.resize(37);
+    EXPECT_EQ(std::vector<double>(expected.begin(), expected.end()), received);
 
     int count = -1;
     ASSERT_QMX_OK(QMX_MPI_Get_count(&status, QMX_MPI_DOUBLE, &count));

@@ -52,9 +52,7 @@ TEST(SharedWindows, FirstRanksBlockIsSeenByEveryRankOfTheHost) {
     ASSERT_QMX_OK(QMX_MPI_Win_fence(QMX_MPI_MODE_NOPRECEDE, block.window));
     block.base[rank] = payload(rank, 1);
     ASSERT_QMX_OK(QMX_MPI_Win_fence(0, block.window));
-    for (int r = 0; r < size; ++r) {
-        EXPECT_EQ(payload(r, 1), block.base[r]) << "slot of rank " << r;
-    }
+    EXPECT_EQ(payloadOfEveryRank(1), std::vector<int>(block.base, block.base + size));
     ASSERT_QMX_OK(QMX_MPI_Win_fence(QMX_MPI_MODE_NOSUCCEED, block.window));
     EXPECT_EQ(QMX_MPI_ERR_ASSERT, qmxErrorClass(QMX_MPI_Win_fence(1, block.window)))
         << "an assertion bit the wrapper does not define was passed on";
@@ -70,9 +68,7 @@ TEST(SharedWindows, PassiveSynchronisationOrdersWrites) {
     ASSERT_QMX_OK(QMX_MPI_Win_sync(block.window));
     ASSERT_QMX_OK(QMX_MPI_Barrier(block.comm));
     ASSERT_QMX_OK(QMX_MPI_Win_sync(block.window));
-    for (int r = 0; r < size; ++r) {
-        EXPECT_EQ(payload(r, 2), block.base[r]);
-    }
+    EXPECT_EQ(payloadOfEveryRank(2), std::vector<int>(block.base, block.base + size));
     ASSERT_QMX_OK(QMX_MPI_Win_unlock_all(block.window));
 
     ASSERT_QMX_OK(QMX_MPI_Win_lock(QMX_MPI_LOCK_SHARED, 0, 0, block.window));

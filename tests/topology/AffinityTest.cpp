@@ -1,8 +1,5 @@
 #include <gtest/gtest.h>
 #include <sched.h>
-#include <signal.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <thread>
 
@@ -74,28 +71,13 @@ TEST_F(RealBinding, AThreadBindsItselfAlone) {
 }
 
 TEST_F(RealBinding, AnotherProcessBindingIsReadByItsId) {
-    int ready[2];
-    ASSERT_EQ(pipe(ready), 0);
-    const pid_t child = fork();
-    ASSERT_GE(child, 0);
-    if (child == 0) {
-        cpu_set_t set;
-        CPU_ZERO(&set);
-        CPU_SET(lpus[1], &set);
-        sched_setaffinity(0, sizeof set, &set);
-        const char byte = 1;
-        (void)!write(ready[1], &byte, 1);
-        pause();
-        _exit(0);
+    unsigned child = 0;
+    {
+        const test::OtherServer other(only(lpus[1]));
+        child = static_cast<unsigned>(other.pid());
+        EXPECT_EQ(Affinity::getProcessAffinity(topology, child), only(lpus[1]));
     }
-    char byte = 0;
-    ASSERT_EQ(read(ready[0], &byte, 1), 1);
-    EXPECT_EQ(Affinity::getProcessAffinity(topology, static_cast<unsigned>(child)), only(lpus[1]));
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
-    close(ready[0]);
-    close(ready[1]);
-    EXPECT_TRUE(Affinity::getProcessAffinity(topology, static_cast<unsigned>(child)).empty());
+    EXPECT_TRUE(Affinity::getProcessAffinity(topology, child).empty()) << "a process that ended";
 }
 
 TEST_F(RealBinding, ARelaxerWidensForItsScopeAndGivesTheBindingBack) {

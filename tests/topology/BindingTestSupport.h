@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 #include <pthread.h>
 #include <sched.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <vector>
 
@@ -80,6 +83,40 @@ class RestoredAffinity {
 
   private:
     AffinityMask _saved;
+};
+
+// Another process (posing as another server of the same program on this host), pinned to the
+// given processors; killed when it goes out of scope.
+class OtherServer {
+  public:
+    explicit OtherServer(const AffinityMask& pinned) {
+        int ready[2];
+        if (pipe(ready) != 0)
+            return;
+        _pid = fork();
+        if (_pid == 0) {
+            test::setThreadAffinityInSystem(pinned);
+            const char byte = 1;
+            (void)!write(ready[1], &byte, 1);
+            pause();
+            _exit(0);
+        }
+        char byte = 0;
+        (void)!read(ready[0], &byte, 1);
+        close(ready[0]);
+        close(ready[1]);
+    }
+    ~OtherServer() {
+        kill(_pid, SIGKILL);
+        waitpid(_pid, nullptr, 0);
+    }
+    OtherServer(const OtherServer&) = delete;
+    OtherServer& operator=(const OtherServer&) = delete;
+
+    pid_t pid() const { return _pid; }
+
+  private:
+    pid_t _pid = -1;
 };
 
 // Tests that bind this process for real: they need two processors this process may use, on

@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 #include <sched.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <future>
@@ -155,40 +153,6 @@ TEST_F(SerialHost, EveryThreadFollowsTheMainThread) {
     helper.join();
 }
 
-// Another server of the same program on this host, pinned to the given processors; killed
-// when it goes out of scope.
-class OtherServer {
-  public:
-    explicit OtherServer(const AffinityMask& pinned) {
-        int ready[2];
-        if (pipe(ready) != 0)
-            return;
-        _pid = fork();
-        if (_pid == 0) {
-            test::setThreadAffinityInSystem(pinned);
-            const char byte = 1;
-            (void)!write(ready[1], &byte, 1);
-            pause();
-            _exit(0);
-        }
-        char byte = 0;
-        (void)!read(ready[0], &byte, 1);
-        close(ready[0]);
-        close(ready[1]);
-    }
-    ~OtherServer() {
-        kill(_pid, SIGKILL);
-        waitpid(_pid, nullptr, 0);
-    }
-    OtherServer(const OtherServer&) = delete;
-    OtherServer& operator=(const OtherServer&) = delete;
-
-    pid_t pid() const { return _pid; }
-
-  private:
-    pid_t _pid = -1;
-};
-
 TEST_F(SerialHost, ContentionWithAnotherServerMovesThisOneToAFreeLpu) {
     REQUIRE_HOST_OF_ITS_OWN();
     test::setThreadAffinityInSystem(maskOf({lpus[0], lpus[1]}));
@@ -196,7 +160,7 @@ TEST_F(SerialHost, ContentionWithAnotherServerMovesThisOneToAFreeLpu) {
     MachineHost& host = Machine::getHost();
     ASSERT_TRUE(host.bindProcesses());
     const AffinityMask mine = threadAffinityFromSystem();
-    const OtherServer other(mine);
+    const test::OtherServer other(mine);
     EXPECT_TRUE(host.hasMultipleServersRunning());
     {
         test::WarningCapture log;
@@ -222,8 +186,8 @@ TEST_F(SerialHost, WithNoFreeCoreContentionLetsThisServerRunAnywhere) {
     startSerialMachine({"server", "-s"});
     MachineHost& host = Machine::getHost();
     ASSERT_TRUE(host.bindProcesses());
-    const OtherServer first(only(lpus[0]));
-    const OtherServer second(only(lpus[1]));
+    const test::OtherServer first(only(lpus[0]));
+    const test::OtherServer second(only(lpus[1]));
     test::WarningCapture log;
     ASSERT_TRUE(host.hasCpuContention(false));
     EXPECT_TRUE(host.resolveCpuContention(true));

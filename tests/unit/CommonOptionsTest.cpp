@@ -50,14 +50,12 @@ TEST_F(CommonOptions, EveryValueOptionAtTheEndFailsWithItsMessage) {
         {"-taskid", "Missing -taskid arg"},
         {"-rrthreads", "Missing -rrthreads arg"},
         {"-rgraphics", "Missing -rgraphics arg"},
+        {"-memorymonitor", "Missing -memorymonitor arg"},
     };
     for (const auto& [option, message] : cases) {
         EXPECT_EQ(failureOf({"server", "-s", option}), message) << option;
     }
     EXPECT_EQ(failureOf({"server", "-param"}), "Missing -param arg arg");
-}
-
-TEST_F(CommonOptions, ParamWithOneValueStoresNothing) {
     EXPECT_EQ(failureOf({"server", "-param", "a"}), "Missing -param arg arg");
     EXPECT_TRUE(ParameterInitialValues::getSingleton().getParameterValues().empty());
 }
@@ -65,7 +63,8 @@ TEST_F(CommonOptions, ParamWithOneValueStoresNothing) {
 TEST_F(CommonOptions, ConsumedMapCountsEntriesAndLeavesOthersToTheServer) {
     const auto consumed =
         parse({"server", "-time", "-nothreads", "-batch", "file", "-tmpdir", "/scratch", "-param",
-               "p", "1", "-dmprojectid", "7", "-dmnoshare", "-unknown", "", "-iodebug", "3"});
+               "p", "1", "-dmprojectid", "7", "-dmnoshare", "-unknown", "", "-iodebug", "3",
+               "-dmrunfile"});  // a design option without its value is the server's too
     const Machine::ArgumentMap expected{{"-time", 1},  {"-nothreads", 1}, {"-tmpdir", 2},
                                         {"-param", 3}, {"-dmnoshare", 1}, {"-iodebug", 2}};
     EXPECT_EQ(consumed, expected);
@@ -73,10 +72,6 @@ TEST_F(CommonOptions, ConsumedMapCountsEntriesAndLeavesOthersToTheServer) {
     EXPECT_EQ(Machine::getIOVerbosityLevel(), 3);
     EXPECT_EQ(Machine::getSingleton().getTemporaryDirectory(), L"/scratch");
     EXPECT_EQ(Machine::getExecutableName().rfind("tolm_unit_tests", 0), 0u);
-}
-
-TEST_F(CommonOptions, DesignOptionWithoutValueIsLeftToTheServer) {
-    EXPECT_TRUE(parse({"server", "-dmrunfile"}).empty());
 }
 
 TEST_F(CommonOptions, ParamKeepsTheLastValueForAName) {

@@ -7,60 +7,30 @@
 #include <cstdio>
 #include <fstream>
 #include <limits>
-#include <memory>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "machine/Machine.h"
 #include "machine/MemoryHistoryExport.h"
-#include "machine/OptionError.h"
 #include "machine/SamplingSchedule.h"
 #include "machine/SystemMonitor.h"
 #include "neo/Error.h"
 #include "neo/SingletonCleaner.h"
 #include "support/Argv.h"
 #include "support/Failure.h"
+#include "support/MonitorTesting.h"
 
 namespace tolm {
 namespace {
 
 using Metric = SystemMonitor::MemoryMetric;
-constexpr std::int64_t MiB = 1 << 20;
-constexpr Metric allMetrics[] = {SystemMonitor::Virtual,     SystemMonitor::Resident,
-                                 SystemMonitor::Lib,         SystemMonitor::VirtualHwm,
-                                 SystemMonitor::ResidentHwm, SystemMonitor::AdjustedVirtual};
-
-// Memory of `bytes` with every page written, so that all of it is resident.
-std::unique_ptr<char[]> touchedBlock(std::int64_t bytes) {
-    std::unique_ptr<char[]> block(new char[std::size_t(bytes)]);
-    for (std::int64_t at = 0; at < bytes; at += 4096)
-        static_cast<volatile char*>(block.get())[at] = 1;
-    return block;
-}
-
-// A sample taken after this call: resetPeak makes the next reader wait for one.
-void awaitNewSample(SystemMonitor& monitor) {
-    monitor.resetPeak();
-    monitor.getProcessPeakMemory(SystemMonitor::Virtual);
-}
-
-std::vector<std::string> linesOf(const std::string& fileName) {
-    std::ifstream in(fileName);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(in, line);)
-        lines.push_back(line);
-    return lines;
-}
-
-std::vector<double> fieldsOf(const std::string& line) {
-    std::vector<double> fields;
-    std::istringstream in(line);
-    for (std::string field; std::getline(in, field, ',');)
-        fields.push_back(std::stod(field));
-    return fields;
-}
+using test::allMetrics;
+using test::awaitNewSample;
+using test::fieldsOf;
+using test::linesOf;
+using test::MiB;
+using test::touchedBlock;
 
 class SystemMonitorTest : public ::testing::Test {
   protected:
@@ -276,11 +246,6 @@ TEST_F(MachineSystemMonitor, TheOptionEnablesItWithItsSamplingPeriodInSeconds) {
     EXPECT_EQ(Machine::getSystemMonitor().getYieldTime(), 5u);
     EXPECT_EQ(consumed["-memorymonitor"], 2u);
     EXPECT_FALSE(Machine::getSystemMonitor().running()) << "the machine's start starts it";
-
-    test::Argv missing{"server", "-s", "-memorymonitor"};
-    EXPECT_EQ(test::errorOf<OptionError>(
-                  [&] { Machine::parseCommonArgvs(missing.argc(), missing.argv(), consumed); }),
-              "Missing -memorymonitor arg");
 }
 
 TEST_F(MachineSystemMonitor, PeriodsAreWholeMillisecondsAndNonsenseMeansTheDefault) {

@@ -5,17 +5,14 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fstream>
-#include <map>
-#include <memory>
 #include <numeric>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "hostmap/HostMapTesting.h"
 #include "machine/MachineHost.h"
 #include "machine/SystemMonitor.h"
+#include "support/MonitorTesting.h"
 
 namespace tolm {
 namespace {
@@ -23,10 +20,10 @@ namespace {
 using namespace hostmaptest;
 using Metric = SystemMonitor::MemoryMetric;
 using Values = std::vector<std::int64_t>;
-constexpr std::int64_t MiB = 1 << 20;
-constexpr Metric allMetrics[] = {SystemMonitor::Virtual,     SystemMonitor::Resident,
-                                 SystemMonitor::Lib,         SystemMonitor::VirtualHwm,
-                                 SystemMonitor::ResidentHwm, SystemMonitor::AdjustedVirtual};
+using test::allMetrics;
+using test::awaitNewSample;
+using test::MiB;
+using test::touchedBlock;
 
 unsigned myRank() {
     return Machine::getPartitionId();
@@ -34,19 +31,6 @@ unsigned myRank() {
 
 std::int64_t allocationOf(unsigned rank) {
     return std::int64_t(rank + 1) * 8 * MiB;
-}
-
-// Memory of `bytes` with every page written, so that all of it is resident.
-std::unique_ptr<char[]> touchedBlock(std::int64_t bytes) {
-    std::unique_ptr<char[]> block(new char[std::size_t(bytes)]);
-    for (std::int64_t at = 0; at < bytes; at += 4096)
-        static_cast<volatile char*>(block.get())[at] = 1;
-    return block;
-}
-
-void awaitNewSample(SystemMonitor& monitor) {
-    monitor.resetPeak();
-    monitor.getProcessPeakMemory(SystemMonitor::Virtual);
 }
 
 Values everyRanks(std::int64_t mine) {
@@ -110,21 +94,6 @@ TEST(SystemMonitor, HostAndJobFiguresAddUpTheRanksAllocations) {
         << "libraries count once per host";
 }
 
-std::vector<std::int64_t> lastLineOf(const std::string& fileName, std::string& header) {
-    std::ifstream in(fileName);
-    std::getline(in, header);
-    std::string line, last;
-    while (std::getline(in, line))
-        last = line;
-    std::vector<std::int64_t> fields;
-    std::istringstream fieldsIn(last);
-    std::string field;
-    std::getline(fieldsIn, field, ',');  // the time
-    while (std::getline(fieldsIn, field, ','))
-        fields.push_back(std::stoll(field));
-    return fields;
-}
-
 TEST(SystemMonitor, TheExportSumsEveryRanksLastSamples) {
     SystemMonitor monitor;
     monitor.setYieldTime(5);
@@ -149,11 +118,13 @@ TEST(SystemMonitor, TheExportSumsEveryRanksLastSamples) {
         return;
     }
     EXPECT_EQ(printed, "Exporting memory history to file : " + fileName + "\n");
-    std::string header;
-    const auto last = lastLineOf(fileName, header);
+    const auto lines = test::linesOf(fileName);
     std::remove(fileName.c_str());
-    EXPECT_EQ(header, "time,virtual,resident,lib,virtualhwm,residenthwm,adjusted_virtual");
-    ASSERT_EQ(last.size(), 6u);
+    ASSERT_GE(lines.size(), 2u);
+    EXPECT_EQ(lines[0], "time,virtual,resident,lib,virtualhwm,residenthwm,adjusted_virtual");
+    const auto fields = test::fieldsOf(lines.back());
+    ASSERT_EQ(fields.size(), 7u);
+    const Values last(fields.begin() + 1, fields.end());  // after the time
     std::int64_t allocated = 0, librariesBeyondFirst = 0;
     for (unsigned rank = 0; rank < Machine::nProcesses(); ++rank) {
         allocated += allocationOf(rank);

@@ -15,6 +15,7 @@
 #include "machine/ShmemGroups.h"
 #include "machine/ThreadParallelContext.h"
 #include "machine/WorkerThreadPolicy.h"
+#include "support/Argv.h"
 #include "support/Failure.h"
 
 namespace tolm {
@@ -27,11 +28,9 @@ using test::failureOf;
 class SerialMachine : public testing::Test {
   protected:
     void SetUp() override {
-        char program[] = "tolm-test";
-        char serial[] = "-s";
-        char* argv[] = {program, serial, nullptr};
+        test::Argv argv{"tolm-test", "-s"};
         Machine::ArgumentMap consumed;
-        Machine::startCommunicators(2, argv, consumed);
+        Machine::startCommunicators(argv.argc(), argv.argv(), consumed);
     }
     void TearDown() override {
         FieldLoopState::setIdle();
