@@ -474,9 +474,10 @@ class Communicator {
                             MpiCore::RequestStack& requests);
     void sendrecvBuffer(const ConstBufferBase<int>& sendbuf, unsigned int dest,
                         const BufferBase<int>& recvbuf, unsigned int source, Tag tag);
-    static void checkStatus(int err, const QMX_MPI_Status_struct& status);
+    // status: null when the call ignored it.
+    static void checkStatus(int err, const QMX_MPI_Status_struct* status);
     void receive(const char* operation, const BufferBase<int>& buffer, int source, Tag tag,
-                 QMX_MPI_Status_struct& status);
+                 QMX_MPI_Status_struct* status);
     void _probe(int& source, int& tag, const int& wantedTag, int datatype, int& count);
     bool _iProbe(int& source, int& tag, const int& wantedTag, int datatype, int& count);
     static std::uint64_t valuesIn(int elements, std::uint64_t elementsPerValue);

@@ -49,7 +49,7 @@ void Communicator::iSyncSendBuffer(const ConstBufferBase<int>& buffer, unsigned 
 
 void Communicator::recvFromAnyBuffer(const BufferBase<int>& buffer, unsigned int& source, Tag tag) {
     QMX_MPI_Status_struct status{};
-    receive("Communicator::Recv", buffer, MpiCore::ANY_SOURCE, tag, status);
+    receive("Communicator::Recv", buffer, MpiCore::ANY_SOURCE, tag, &status);
     source = static_cast<unsigned int>(status.MPI_SOURCE);
 }
 
@@ -94,7 +94,7 @@ void Communicator::sendrecvBuffer(const ConstBufferBase<int>& sendbuf, unsigned 
                                static_cast<int>(source), tag.value(), _handle, &status);
         return QMX_MPI_SUCCESS;  // reported below, with the status
     });
-    checkStatus(err, status);
+    checkStatus(err, &status);
 }
 
 void Communicator::_probe(int& source, int& tag, const int& wantedTag, int datatype, int& count) {
