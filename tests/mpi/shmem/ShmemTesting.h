@@ -52,7 +52,7 @@ inline std::string groupsText(ShmemScope scope) {
         std::string group;
         for (unsigned other = 0; other < firsts.size(); ++other) {
             if (firsts[other] == rank)
-                group += (group.empty() ? "" : ",") + std::to_string(other);
+                group.append(group.empty() ? "" : ",").append(std::to_string(other));
         }
         text += (text.empty() ? "{" : " {") + group + "}";
     }
