@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "machine/Machine.h"
+#include "machine/core/Machine.h"
 #include "neo/Error.h"
 #include "neo/SignalHandler.h"
 #include "neo/SingletonCleaner.h"

@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string>
 
-#include "machine/CpuTopology.h"
+#include "machine/topology/CpuTopology.h"
 #include "neo/Error.h"
 #include "platform/Log.h"
 

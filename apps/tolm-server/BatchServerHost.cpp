@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "machine/CommandController.h"
-#include "machine/OptionError.h"
+#include "machine/commands/CommandController.h"
+#include "machine/core/OptionError.h"
 #include "neo/Controller.h"
 #include "platform/Platform.h"
 #include "platform/SystemErrors.h"

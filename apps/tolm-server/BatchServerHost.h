@@ -1,5 +1,5 @@
 #pragma once
-#include "machine/ServerHost.h"
+#include "machine/core/ServerHost.h"
 
 namespace tolm {
 

@@ -4,8 +4,8 @@
 #include <memory>
 
 #include "BatchServerHost.h"
-#include "machine/Machine.h"
-#include "machine/OptionError.h"
+#include "machine/core/Machine.h"
+#include "machine/core/OptionError.h"
 #include "neo/InternalError.h"
 #include "neo/NonRecoverableError.h"
 

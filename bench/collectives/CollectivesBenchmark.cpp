@@ -22,8 +22,8 @@
 #include <vector>
 
 #include "../latency/LatencyBench.h"
-#include "machine/Communicator.h"
-#include "machine/CommunicatorCollectives.h"
+#include "machine/comm/Communicator.h"
+#include "machine/comm/CommunicatorCollectives.h"
 #include "mpiwrapper/qmx_mpi.h"
 
 namespace tolm::bench {

@@ -21,9 +21,9 @@
 #include <vector>
 
 #include "../latency/LatencyBench.h"
-#include "machine/CommandController.h"
-#include "machine/Communicator.h"
-#include "machine/GlobalCondition.h"
+#include "machine/commands/CommandController.h"
+#include "machine/comm/Communicator.h"
+#include "machine/comm/GlobalCondition.h"
 #include "neo/Controller.h"
 
 namespace tolm::bench {

@@ -20,12 +20,12 @@
 #include <string>
 #include <vector>
 
-#include "machine/Communicator.h"
-#include "machine/InputFileStream.h"
-#include "machine/Machine.h"
-#include "machine/MpiCore.h"
-#include "machine/ParallelFile.h"
-#include "machine/StreamRedirector.h"
+#include "machine/comm/Communicator.h"
+#include "machine/files/InputFileStream.h"
+#include "machine/core/Machine.h"
+#include "machine/comm/MpiCore.h"
+#include "machine/files/ParallelFile.h"
+#include "machine/files/StreamRedirector.h"
 #include "platform/FileSystem.h"
 #include "platform/Platform.h"
 #include "platform/StringHelper.h"

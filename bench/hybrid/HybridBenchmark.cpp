@@ -16,13 +16,13 @@
 #include <vector>
 
 #include "../latency/LatencyBench.h"
-#include "machine/Communicator.h"
-#include "machine/HybridMachine.h"
-#include "machine/HybridMpiThreadContext.h"
-#include "machine/HybridMpiThreadOperation.h"
-#include "machine/Machine.h"
-#include "machine/MachineHost.h"
-#include "machine/ThreadPolicyBase.h"
+#include "machine/comm/Communicator.h"
+#include "machine/hybrid/HybridMachine.h"
+#include "machine/hybrid/HybridMpiThreadContext.h"
+#include "machine/hybrid/HybridMpiThreadOperation.h"
+#include "machine/core/Machine.h"
+#include "machine/topology/MachineHost.h"
+#include "machine/hybrid/ThreadPolicyBase.h"
 
 namespace tolm {
 namespace {

@@ -9,8 +9,8 @@
 #include <thread>
 #include <vector>
 
-#include "machine/Communicator.h"
-#include "machine/Machine.h"
+#include "machine/comm/Communicator.h"
+#include "machine/core/Machine.h"
 
 namespace tolm::bench {
 

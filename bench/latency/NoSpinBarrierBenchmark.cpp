@@ -14,7 +14,7 @@
 #include <thread>
 
 #include "LatencyBench.h"
-#include "machine/Communicator.h"
+#include "machine/comm/Communicator.h"
 
 namespace tolm::bench {
 namespace {

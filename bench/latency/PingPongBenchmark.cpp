@@ -15,8 +15,8 @@
 #include <functional>
 
 #include "LatencyBench.h"
-#include "machine/Communicator.h"
-#include "machine/RequestStack.h"
+#include "machine/comm/Communicator.h"
+#include "machine/comm/RequestStack.h"
 #include "mpiwrapper/qmx_mpi.h"
 
 namespace tolm::bench {

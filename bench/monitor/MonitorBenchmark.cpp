@@ -16,7 +16,7 @@
 #include <cstdlib>
 #include <thread>
 
-#include "machine/SystemMonitor.h"
+#include "machine/monitor/SystemMonitor.h"
 #include "platform/Platform.h"
 #include "platform/TimeService.h"
 

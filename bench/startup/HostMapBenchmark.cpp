@@ -16,10 +16,10 @@
 #include <string>
 #include <vector>
 
-#include "machine/Communicator.h"
-#include "machine/CpuTopology.h"
-#include "machine/Machine.h"
-#include "machine/MachineHost.h"
+#include "machine/comm/Communicator.h"
+#include "machine/topology/CpuTopology.h"
+#include "machine/core/Machine.h"
+#include "machine/topology/MachineHost.h"
 
 namespace {
 

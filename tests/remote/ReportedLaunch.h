@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "machine/Machine.h"
-#include "machine/RemoteShellFactory.h"
+#include "machine/core/Machine.h"
+#include "machine/remote/RemoteShellFactory.h"
 #include "platform/Pipe.h"
 #include "support/Argv.h"
 #include "unit/ProcessReporterSupport.h"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "machine/SystemMonitor.h"
+#include "machine/monitor/SystemMonitor.h"
 
 namespace tolm::test {
 

@@ -6,7 +6,7 @@
 #include <functional>
 #include <thread>
 
-#include "machine/WallTimer.h"
+#include "machine/monitor/WallTimer.h"
 
 namespace tolm::test {
 

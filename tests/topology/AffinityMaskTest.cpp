@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "machine/AffinityMask.h"
+#include "machine/topology/AffinityMask.h"
 #include "topology/TopologyTestSupport.h"
 
 namespace tolm {

@@ -3,8 +3,8 @@
 
 #include <thread>
 
-#include "machine/Affinity.h"
-#include "machine/AffinityRelaxer.h"
+#include "machine/topology/Affinity.h"
+#include "machine/topology/AffinityRelaxer.h"
 #include "topology/BindingTestSupport.h"
 #include "topology/TopologyTestSupport.h"
 

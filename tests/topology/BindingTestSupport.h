@@ -9,11 +9,11 @@
 
 #include <vector>
 
-#include "machine/Affinity.h"
-#include "machine/AffinityMask.h"
-#include "machine/Communicator.h"
-#include "machine/CpuTopology.h"
-#include "machine/MachineHost.h"
+#include "machine/topology/Affinity.h"
+#include "machine/topology/AffinityMask.h"
+#include "machine/comm/Communicator.h"
+#include "machine/topology/CpuTopology.h"
+#include "machine/topology/MachineHost.h"
 
 namespace tolm {
 

@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "machine/CpuBinder.h"
-#include "machine/CpuTopology.h"
-#include "machine/Machine.h"
+#include "machine/topology/CpuBinder.h"
+#include "machine/topology/CpuTopology.h"
+#include "machine/core/Machine.h"
 #include "neo/InternalError.h"
 #include "topology/TopologyTestSupport.h"
 

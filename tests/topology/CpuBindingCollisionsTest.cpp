@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "machine/CpuBindingCollisions.h"
+#include "machine/topology/CpuBindingCollisions.h"
 #include "topology/TopologyTestSupport.h"
 
 namespace tolm {

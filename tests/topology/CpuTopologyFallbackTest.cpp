@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include "machine/CpuTopology.h"
+#include "machine/topology/CpuTopology.h"
 #include "support/Failure.h"
 #include "topology/TopologyTestSupport.h"
 

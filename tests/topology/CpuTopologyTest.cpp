@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "machine/CpuTopology.h"
+#include "machine/topology/CpuTopology.h"
 #include "neo/InternalError.h"
 #include "topology/TopologyTestSupport.h"
 

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "machine/CpuTopology.h"
+#include "machine/topology/CpuTopology.h"
 #include "topology/TopologyTestSupport.h"
 
 namespace tolm {

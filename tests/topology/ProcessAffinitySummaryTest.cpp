@@ -3,8 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "machine/CpuTopology.h"
-#include "machine/ProcessAffinitySummary.h"
+#include "machine/topology/CpuTopology.h"
+#include "machine/topology/ProcessAffinitySummary.h"
 #include "topology/TopologyTestSupport.h"
 
 namespace tolm {

@@ -7,9 +7,9 @@
 #include <thread>
 #include <vector>
 
-#include "machine/Machine.h"
-#include "machine/MachineHost.h"
-#include "machine/ProcessAffinitySummary.h"
+#include "machine/core/Machine.h"
+#include "machine/topology/MachineHost.h"
+#include "machine/topology/ProcessAffinitySummary.h"
 #include "platform/Platform.h"
 #include "platform/ProcessInfo.h"
 #include "support/Argv.h"

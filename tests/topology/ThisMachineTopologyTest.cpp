@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <string>
 
-#include "machine/CpuTopology.h"
+#include "machine/topology/CpuTopology.h"
 #include "topology/TopologyTestSupport.h"
 
 namespace tolm {

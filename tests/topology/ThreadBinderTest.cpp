@@ -5,8 +5,8 @@
 #include <thread>
 #include <vector>
 
-#include "machine/Machine.h"
-#include "machine/ThreadBinder.h"
+#include "machine/core/Machine.h"
+#include "machine/topology/ThreadBinder.h"
 #include "support/Argv.h"
 #include "topology/BindingTestSupport.h"
 #include "topology/TopologyTestSupport.h"

@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "machine/AffinityMask.h"
-#include "machine/CpuTopology.h"
+#include "machine/topology/AffinityMask.h"
+#include "machine/topology/CpuTopology.h"
 #include "platform/Log.h"
 
 namespace tolm {

@@ -1,10 +1,10 @@
 #include <gtest/gtest.h>
 
-#include "machine/Machine.h"
-#include "machine/OptionError.h"
-#include "machine/ParameterInitialValues.h"
-#include "machine/RemoteShellFactory.h"
-#include "machine/RendererConfig.h"
+#include "machine/core/Machine.h"
+#include "machine/core/OptionError.h"
+#include "machine/core/ParameterInitialValues.h"
+#include "machine/remote/RemoteShellFactory.h"
+#include "machine/core/RendererConfig.h"
 #include "neo/InternalError.h"
 #include "neo/SingletonCleaner.h"
 #include "platform/StringHelper.h"

@@ -3,7 +3,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "machine/ExitStatus.h"
+#include "machine/core/ExitStatus.h"
 #include "support/Failure.h"
 
 namespace tolm {

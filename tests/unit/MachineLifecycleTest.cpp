@@ -3,10 +3,10 @@
 #include <exception>
 #include <regex>
 
-#include "machine/AtExitRegister.h"
-#include "machine/Machine.h"
-#include "machine/ParallelPerformanceCritical.h"
-#include "machine/SerialCritical.h"
+#include "machine/core/AtExitRegister.h"
+#include "machine/core/Machine.h"
+#include "machine/core/ParallelPerformanceCritical.h"
+#include "machine/core/SerialCritical.h"
 #include "neo/InternalError.h"
 #include "neo/TolmVersion.h"
 #include "platform/Thread.h"

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "machine/ProcessReporter.h"
+#include "machine/remote/ProcessReporter.h"
 #include "platform/Semaphore.h"
 #include "platform/Thread.h"
 

@@ -1,4 +1,4 @@
-#include "machine/ProcessReporter.h"
+#include "machine/remote/ProcessReporter.h"
 
 #include <gtest/gtest.h>
 

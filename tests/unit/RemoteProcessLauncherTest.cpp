@@ -1,8 +1,8 @@
-#include "machine/RemoteProcessLauncher.h"
+#include "machine/remote/RemoteProcessLauncher.h"
 
 #include <gtest/gtest.h>
 
-#include "machine/RemoteShellFactory.h"
+#include "machine/remote/RemoteShellFactory.h"
 #include "neo/Error.h"
 #include "platform/Pipe.h"
 #include "support/Failure.h"

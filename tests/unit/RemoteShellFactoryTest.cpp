@@ -1,12 +1,12 @@
-#include "machine/RemoteShellFactory.h"
+#include "machine/remote/RemoteShellFactory.h"
 
 #include <gtest/gtest.h>
 
-#include "machine/CustomRemoteProcessLauncher.h"
-#include "machine/Machine.h"
-#include "machine/OptionError.h"
-#include "machine/PuttyRemoteProcessLauncher.h"
-#include "machine/RemoteShellProcessLauncher.h"
+#include "machine/remote/CustomRemoteProcessLauncher.h"
+#include "machine/core/Machine.h"
+#include "machine/core/OptionError.h"
+#include "machine/remote/PuttyRemoteProcessLauncher.h"
+#include "machine/remote/RemoteShellProcessLauncher.h"
 #include "neo/InternalError.h"
 #include "neo/NonRecoverableError.h"
 #include "neo/SingletonCleaner.h"

@@ -3,9 +3,9 @@
 
 #include <cstdio>
 
-#include "machine/Machine.h"
-#include "machine/StandardStreamManager.h"
-#include "machine/StreamRedirector.h"
+#include "machine/core/Machine.h"
+#include "machine/files/StandardStreamManager.h"
+#include "machine/files/StreamRedirector.h"
 #include "platform/StringHelper.h"
 #include "support/ChildRun.h"
 #include "support/EveryPrintApi.h"

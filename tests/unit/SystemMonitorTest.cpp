@@ -11,10 +11,10 @@
 #include <thread>
 #include <vector>
 
-#include "machine/Machine.h"
-#include "machine/MemoryHistoryExport.h"
-#include "machine/SamplingSchedule.h"
-#include "machine/SystemMonitor.h"
+#include "machine/core/Machine.h"
+#include "machine/monitor/MemoryHistoryExport.h"
+#include "machine/monitor/SamplingSchedule.h"
+#include "machine/monitor/SystemMonitor.h"
 #include "neo/Error.h"
 #include "neo/SingletonCleaner.h"
 #include "support/Argv.h"

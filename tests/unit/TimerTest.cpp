@@ -4,9 +4,9 @@
 #include <chrono>
 #include <thread>
 
-#include "machine/Machine.h"
-#include "machine/Timer.h"
-#include "machine/WallTimer.h"
+#include "machine/core/Machine.h"
+#include "machine/monitor/Timer.h"
+#include "machine/monitor/WallTimer.h"
 #include "platform/Platform.h"
 #include "platform/TimeService.h"
 #include "support/WallTimerContract.h"

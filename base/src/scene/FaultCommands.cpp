@@ -4,7 +4,7 @@
 #include <chrono>
 #include <thread>
 
-#include "machine/Machine.h"
+#include "machine/core/Machine.h"
 #include "neo/Controller.h"
 #include "neo/Error.h"
 #include "neo/NonRecoverableError.h"

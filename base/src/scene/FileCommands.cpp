@@ -4,11 +4,11 @@
 #include <cstdio>
 #include <vector>
 
-#include "machine/Communicator.h"
-#include "machine/InputFileStream.h"
-#include "machine/Machine.h"
-#include "machine/MessageLimits.h"
-#include "machine/ParallelFile.h"
+#include "machine/comm/Communicator.h"
+#include "machine/files/InputFileStream.h"
+#include "machine/core/Machine.h"
+#include "machine/comm/MessageLimits.h"
+#include "machine/files/ParallelFile.h"
 #include "neo/Controller.h"
 #include "neo/Error.h"
 #include "platform/FileSystem.h"

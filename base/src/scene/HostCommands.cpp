@@ -1,8 +1,8 @@
 #include "scene/HostCommands.h"
 
-#include "machine/Machine.h"
-#include "machine/MachineHost.h"
-#include "machine/ProcessAffinitySummary.h"
+#include "machine/core/Machine.h"
+#include "machine/topology/MachineHost.h"
+#include "machine/topology/ProcessAffinitySummary.h"
 #include "neo/Controller.h"
 
 namespace tolm {

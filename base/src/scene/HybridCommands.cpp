@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "machine/Communicator.h"
-#include "machine/HybridMachine.h"
-#include "machine/HybridMpiThreadContext.h"
-#include "machine/HybridMpiThreadOperation.h"
-#include "machine/Machine.h"
-#include "machine/ShmemWindow.h"
-#include "machine/ThreadPolicyBase.h"
+#include "machine/comm/Communicator.h"
+#include "machine/hybrid/HybridMachine.h"
+#include "machine/hybrid/HybridMpiThreadContext.h"
+#include "machine/hybrid/HybridMpiThreadOperation.h"
+#include "machine/core/Machine.h"
+#include "machine/comm/ShmemWindow.h"
+#include "machine/hybrid/ThreadPolicyBase.h"
 #include "neo/Controller.h"
 #include "neo/Error.h"
 

@@ -2,8 +2,8 @@
 
 #include <cmath>
 
-#include "machine/Communicator.h"
-#include "machine/RequestStack.h"
+#include "machine/comm/Communicator.h"
+#include "machine/comm/RequestStack.h"
 
 namespace tolm {
 namespace {

@@ -5,10 +5,10 @@
 #include <map>
 #include <vector>
 
-#include "machine/Communicator.h"
-#include "machine/Machine.h"
-#include "machine/MachineHost.h"
-#include "machine/SystemMonitor.h"
+#include "machine/comm/Communicator.h"
+#include "machine/core/Machine.h"
+#include "machine/topology/MachineHost.h"
+#include "machine/monitor/SystemMonitor.h"
 #include "neo/Controller.h"
 #include "neo/Error.h"
 

@@ -1,12 +1,12 @@
 #include "scene/SceneCommands.h"
 
-#include "machine/Communicator.h"
+#include "machine/comm/Communicator.h"
 #include "scene/HostCommands.h"
 
-#include "machine/Machine.h"
-#include "machine/MpiCore.h"
-#include "machine/ParameterInitialValues.h"
-#include "machine/RemoteShellFactory.h"
+#include "machine/core/Machine.h"
+#include "machine/comm/MpiCore.h"
+#include "machine/core/ParameterInitialValues.h"
+#include "machine/remote/RemoteShellFactory.h"
 #include "neo/Controller.h"
 #include "neo/TolmVersion.h"
 #include "platform/Platform.h"

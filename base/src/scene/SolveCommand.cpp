@@ -1,8 +1,8 @@
 #include "scene/SolveCommand.h"
 
-#include "machine/Communicator.h"
-#include "machine/Machine.h"
-#include "machine/Timer.h"
+#include "machine/comm/Communicator.h"
+#include "machine/core/Machine.h"
+#include "machine/monitor/Timer.h"
 #include "neo/Controller.h"
 #include "neo/Error.h"
 #include "scene/JacobiSolver.h"

@@ -2,9 +2,9 @@
 #include <iostream>
 #include <memory>
 
-#include "machine/CommandController.h"
-#include "machine/Machine.h"
-#include "machine/ServerHost.h"
+#include "machine/commands/CommandController.h"
+#include "machine/core/Machine.h"
+#include "machine/core/ServerHost.h"
 #include "neo/Controller.h"
 
 namespace {

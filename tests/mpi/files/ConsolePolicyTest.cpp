@@ -9,8 +9,8 @@
 #include <memory>
 
 #include "FileTesting.h"
-#include "machine/StandardStreamManager.h"
-#include "machine/StreamRedirector.h"
+#include "machine/files/StandardStreamManager.h"
+#include "machine/files/StreamRedirector.h"
 #include "platform/StringHelper.h"
 #include "support/Argv.h"
 #include "support/EveryPrintApi.h"

@@ -8,8 +8,8 @@
 #include <filesystem>
 
 #include "FileTesting.h"
-#include "machine/InputFileStream.h"
-#include "machine/OutputFileStream.h"
+#include "machine/files/InputFileStream.h"
+#include "machine/files/OutputFileStream.h"
 
 namespace tolm::mpitest {
 namespace {

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "FileTesting.h"
-#include "machine/MpiCore.h"
-#include "machine/ParallelFile.h"
+#include "machine/comm/MpiCore.h"
+#include "machine/files/ParallelFile.h"
 #include "neo/NonRecoverableError.h"
 #include "platform/StringHelper.h"
 

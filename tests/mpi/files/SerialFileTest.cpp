@@ -12,13 +12,13 @@
 #include <tuple>
 #include <vector>
 
-#include "machine/InputFileStream.h"
-#include "machine/Machine.h"
-#include "machine/OptionError.h"
-#include "machine/OutputFileStream.h"
-#include "machine/ParallelFile.h"
-#include "machine/ParallelFileTransfer.h"
-#include "machine/StandardStreamManager.h"
+#include "machine/files/InputFileStream.h"
+#include "machine/core/Machine.h"
+#include "machine/core/OptionError.h"
+#include "machine/files/OutputFileStream.h"
+#include "machine/files/ParallelFile.h"
+#include "machine/files/ParallelFileTransfer.h"
+#include "machine/files/StandardStreamManager.h"
 #include "neo/InternalError.h"
 #include "support/Argv.h"
 #include "support/ChildRun.h"

@@ -8,10 +8,10 @@
 #include <vector>
 
 #include "hostmap/HostMapTesting.h"
-#include "machine/CpuBinder.h"
-#include "machine/CpuTopology.h"
-#include "machine/MachineHost.h"
-#include "machine/ProcessAffinitySummary.h"
+#include "machine/topology/CpuBinder.h"
+#include "machine/topology/CpuTopology.h"
+#include "machine/topology/MachineHost.h"
+#include "machine/topology/ProcessAffinitySummary.h"
 #include "support/Failure.h"
 #include "topology/BindingTestSupport.h"
 #include "topology/TopologyTestSupport.h"

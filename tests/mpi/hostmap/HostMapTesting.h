@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "machine/AffinityMask.h"
-#include "machine/Communicator.h"
-#include "machine/Machine.h"
+#include "machine/topology/AffinityMask.h"
+#include "machine/comm/Communicator.h"
+#include "machine/core/Machine.h"
 #include "platform/Platform.h"
 #include "platform/ProcessInfo.h"
 

@@ -3,8 +3,8 @@
 #include <numeric>
 
 #include "CommunicatorTesting.h"
-#include "machine/CustomReductionBuffer.h"
-#include "machine/RequestStack.h"
+#include "machine/comm/CustomReductionBuffer.h"
+#include "machine/comm/RequestStack.h"
 
 namespace tolm {
 namespace {

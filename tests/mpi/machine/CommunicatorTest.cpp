@@ -3,9 +3,9 @@
 #include <numeric>
 
 #include "CommunicatorTesting.h"
-#include "machine/Communicator.h"
-#include "machine/Machine.h"
-#include "machine/SerialCritical.h"
+#include "machine/comm/Communicator.h"
+#include "machine/core/Machine.h"
+#include "machine/core/SerialCritical.h"
 #include "neo/InternalError.h"
 
 namespace tolm {

@@ -6,8 +6,8 @@
 #include <map>
 #include <string>
 
-#include "machine/Communicator.h"
-#include "machine/Machine.h"
+#include "machine/comm/Communicator.h"
+#include "machine/core/Machine.h"
 #include "support/Failure.h"
 #include "support/MpiWorld.h"
 

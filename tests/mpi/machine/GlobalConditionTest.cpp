@@ -1,11 +1,11 @@
 #include <gtest/gtest.h>
 
 #include "CommunicatorTesting.h"
-#include "machine/GlobalCondition.h"
-#include "machine/GlobalFloatingPointError.h"
-#include "machine/GlobalFloatingPointExceptionStatus.h"
-#include "machine/IsolatedFpuContext.h"
-#include "machine/SerialCritical.h"
+#include "machine/comm/GlobalCondition.h"
+#include "machine/commands/GlobalFloatingPointError.h"
+#include "machine/commands/GlobalFloatingPointExceptionStatus.h"
+#include "machine/commands/IsolatedFpuContext.h"
+#include "machine/core/SerialCritical.h"
 #include "neo/Error.h"
 #include "platform/FpuHandling.h"
 

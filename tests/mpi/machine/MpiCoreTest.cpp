@@ -2,10 +2,10 @@
 
 #include <vector>
 
-#include "machine/DerivedDatatype.h"
-#include "machine/Machine.h"
-#include "machine/MpiCore.h"
-#include "machine/RequestStack.h"
+#include "machine/comm/DerivedDatatype.h"
+#include "machine/core/Machine.h"
+#include "machine/comm/MpiCore.h"
+#include "machine/comm/RequestStack.h"
 #include "neo/NonRecoverableError.h"
 #include "support/Failure.h"
 

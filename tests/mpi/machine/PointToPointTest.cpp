@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "CommunicatorTesting.h"
-#include "machine/PersistentRequestStack.h"
-#include "machine/RequestStack.h"
-#include "machine/SerialCritical.h"
+#include "machine/comm/PersistentRequestStack.h"
+#include "machine/comm/RequestStack.h"
+#include "machine/core/SerialCritical.h"
 
 namespace tolm {
 namespace {

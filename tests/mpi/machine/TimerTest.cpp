@@ -3,8 +3,8 @@
 #include <cmath>
 
 #include "CommunicatorTesting.h"
-#include "machine/MpiWallTimer.h"
-#include "machine/Timer.h"
+#include "machine/monitor/MpiWallTimer.h"
+#include "machine/monitor/Timer.h"
 #include "support/WallTimerContract.h"
 
 namespace tolm {

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "hostmap/HostMapTesting.h"
-#include "machine/MachineHost.h"
-#include "machine/SystemMonitor.h"
+#include "machine/topology/MachineHost.h"
+#include "machine/monitor/SystemMonitor.h"
 #include "support/MonitorTesting.h"
 
 namespace tolm {

@@ -6,14 +6,14 @@
 #include <set>
 #include <thread>
 
-#include "machine/Affinity.h"
-#include "machine/CpuTopology.h"
-#include "machine/HybridMachine.h"
-#include "machine/HybridMpiThreadContext.h"
-#include "machine/HybridMpiThreadOperation.h"
-#include "machine/ShmemWindow.h"
-#include "machine/ThreadParallelContext.h"
-#include "machine/ThreadPolicyBase.h"
+#include "machine/topology/Affinity.h"
+#include "machine/topology/CpuTopology.h"
+#include "machine/hybrid/HybridMachine.h"
+#include "machine/hybrid/HybridMpiThreadContext.h"
+#include "machine/hybrid/HybridMpiThreadOperation.h"
+#include "machine/comm/ShmemWindow.h"
+#include "machine/hybrid/ThreadParallelContext.h"
+#include "machine/hybrid/ThreadPolicyBase.h"
 #include "shmem/ShmemTesting.h"
 #include "topology/BindingTestSupport.h"
 

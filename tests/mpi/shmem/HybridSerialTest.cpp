@@ -7,14 +7,14 @@
 #include <string>
 #include <thread>
 
-#include "machine/FieldLoopState.h"
-#include "machine/HybridMachine.h"
-#include "machine/HybridMpiThreadContext.h"
-#include "machine/HybridMpiThreadOperation.h"
-#include "machine/Machine.h"
-#include "machine/ShmemGroups.h"
-#include "machine/ThreadParallelContext.h"
-#include "machine/WorkerThreadPolicy.h"
+#include "machine/core/FieldLoopState.h"
+#include "machine/hybrid/HybridMachine.h"
+#include "machine/hybrid/HybridMpiThreadContext.h"
+#include "machine/hybrid/HybridMpiThreadOperation.h"
+#include "machine/core/Machine.h"
+#include "machine/comm/ShmemGroups.h"
+#include "machine/hybrid/ThreadParallelContext.h"
+#include "machine/hybrid/WorkerThreadPolicy.h"
 #include "support/Argv.h"
 #include "support/Failure.h"
 

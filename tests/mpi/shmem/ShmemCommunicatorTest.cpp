@@ -4,7 +4,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "machine/CpuTopology.h"
+#include "machine/topology/CpuTopology.h"
 #include "shmem/ShmemTesting.h"
 #include "topology/BindingTestSupport.h"
 

@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "machine/Communicator.h"
-#include "machine/Machine.h"
-#include "machine/MachineHost.h"
+#include "machine/comm/Communicator.h"
+#include "machine/core/Machine.h"
+#include "machine/topology/MachineHost.h"
 
 namespace tolm::shmemtest {
 

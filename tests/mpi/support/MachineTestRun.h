@@ -6,8 +6,8 @@
 
 #include <functional>
 
-#include "machine/Communicator.h"
-#include "machine/Machine.h"
+#include "machine/comm/Communicator.h"
+#include "machine/core/Machine.h"
 #include "support/RankedResultPrinter.h"
 
 namespace tolm::mpitest {

@@ -1,8 +1,0 @@
-#include "machine/CustomRemoteProcessLauncher.h"
-
-namespace tolm {
-
-CustomRemoteProcessLauncher::CustomRemoteProcessLauncher(std::wstring remoteShell)
-    : RemoteProcessLauncher(std::move(remoteShell)) {}
-
-}  // namespace tolm

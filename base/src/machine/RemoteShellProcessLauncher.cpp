@@ -1,8 +1,0 @@
-#include "machine/RemoteShellProcessLauncher.h"
-
-namespace tolm {
-
-RemoteShellProcessLauncher::RemoteShellProcessLauncher(std::wstring remoteShell)
-    : RemoteProcessLauncher(std::move(remoteShell)) {}
-
-}  // namespace tolm

@@ -1,0 +1,58 @@
+#include "machine/comm/GlobalCondition.h"
+
+#include "machine/comm/Communicator.h"
+#include "machine/core/Machine.h"
+#include "machine/core/ParallelPerformanceCritical.h"
+#include "neo/InternalError.h"
+#include "neo/TolmVersion.h"
+
+namespace tolm {
+namespace {
+
+// How many ranks hold the condition.
+unsigned int trueRanks(bool condition) {
+    int count = condition ? 1 : 0;
+    Machine::globalCommunicator()->allReduce(count, QMX_MPI_SUM);
+    return static_cast<unsigned int>(count);
+}
+
+void checkInvariant(bool condition) {
+    if (!Machine::getSingleton().hasDevErrorChecking() ||
+        Machine::nProcesses() >= GlobalCondition::invariantCheckLimit) {
+        return;
+    }
+    const Machine::ParallelPerformanceCritical::Exemption exemption;
+    const unsigned int trueCount = trueRanks(condition);
+    TOLM_ASSERT(trueCount == 0 || trueCount == Machine::nProcesses(),
+                "Invalid use of ON_ALL_INVARIANT; conditions differ");
+}
+
+}  // namespace
+
+GlobalCondition::GlobalCondition(bool condition, ModeEnum mode)
+    : _value(computeCollectiveCondition(condition, mode)) {}
+
+bool GlobalCondition::computeCollectiveCondition(bool condition, ModeEnum mode) {
+    if (Machine::getSerialCriticalLock() != 0 &&
+        (TolmVersion::isDevelopmentVersion() || !Machine::isSerial())) {
+        throw InternalError("Coding error: GlobalCondition attempted in a serial-critical code "
+                            "section",
+                            "! _serialCriticalLock", __FILE__, __LINE__);
+    }
+    Machine::getSingleton();
+    if (Machine::isSerial()) return condition;
+    switch (mode) {
+        case ON_ALL: return trueRanks(condition) == Machine::nProcesses();
+        case ON_ANY: return trueRanks(condition) > 0;
+        case ON_MASTER: {
+            char value = condition ? 1 : 0;
+            Machine::globalCommunicator()->broadcast(value, Communicator::masterRank());
+            return value != 0;
+        }
+        case ON_ALL_INVARIANT: checkInvariant(condition); return condition;
+    }
+    TOLM_ASSERT(false, "Unknown GlobalCondition mode " + std::to_string(int(mode)));
+    return condition;
+}
+
+}  // namespace tolm

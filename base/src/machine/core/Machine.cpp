@@ -1,0 +1,600 @@
+#include "machine/core/Machine.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <exception>
+
+#include "machine/topology/Affinity.h"
+#include "machine/commands/CommandController.h"
+#include "machine/core/CommonArgvParser.h"
+#include "machine/commands/IsolatedFpuContext.h"
+#include "machine/comm/Communicator.h"
+#include "machine/topology/CpuTopology.h"
+#include "machine/topology/MachineHost.h"
+#include "machine/comm/MpiCore.h"
+#include "machine/core/MpiDriverTable.h"
+#include "machine/core/OptionError.h"
+#include "machine/core/ParallelErrorHandler.h"
+#include "machine/core/ServerHost.h"
+#include "machine/files/StandardStreamManager.h"
+#include "machine/comm/ShmemGroups.h"
+#include "machine/monitor/SystemMonitor.h"
+#include "neo/EventTracker.h"
+#include "neo/InternalError.h"
+#include "neo/NonRecoverableError.h"
+#include "neo/SingletonCleaner.h"
+#include "neo/SynchronizedDynamicLoader.h"
+#include "neo/TolmVersion.h"
+#include "platform/DynamicLibraryLoader.h"
+#include "platform/FileSystem.h"
+#include "platform/FpuHandling.h"
+#include "platform/Log.h"
+#include "platform/Platform.h"
+#include "platform/ProcessInfo.h"
+#include "platform/StringHelper.h"
+#include "platform/Thread.h"
+#include "platform/TimeService.h"
+
+namespace tolm {
+
+Machine* Machine::_singleton = nullptr;
+Machine::SerialParallelMode Machine::_serialParallelMode = Machine::Serial;
+std::uint32_t Machine::_np = 1;
+std::uint32_t Machine::_partition = 0;
+std::string Machine::_executableName;
+std::wstring Machine::_executablePath;
+bool Machine::_threaded = true;
+bool Machine::_useInternalBinding = true;
+Machine::CpuBindingPolicy Machine::_cpuBindingPolicy = Machine::Bandwidth;
+bool Machine::_cpuBindingContentionTest = true;
+std::uint32_t Machine::_threadBindingAttributes = 0;
+std::uint32_t Machine::_iodebug = 0;
+bool Machine::_printpids = false;
+bool Machine::_isProxyServer = false;
+bool Machine::_isProxySessionDaemon = false;
+std::uint32_t Machine::_performanceCriticalLock = 0;
+std::uint32_t Machine::_serialCriticalLock = 0;
+std::unique_ptr<Communicator> Machine::_globalComm;
+std::unique_ptr<Communicator> Machine::_shmemComm[numberOfShmemScopes];
+std::unique_ptr<Communicator> Machine::_sparseComm[numberOfShmemScopes];
+std::unique_ptr<MachineHost> Machine::_host;
+std::unique_ptr<ServerHost> Machine::_serverHost;
+std::unique_ptr<SystemMonitor> Machine::_systemMonitor;
+
+namespace {
+
+std::time_t startMoment = 0;
+
+// A name the wrapper reports through `get(buffer, &length)`.
+std::string wrapperText(int (*get)(char*, int*)) {
+    char buffer[QMX_MPI_MAX_MPI_NAME] = {};
+    int length = 0;
+    MpiCore::handleError(get(buffer, &length));
+    return std::string(buffer, std::size_t(length));
+}
+
+[[noreturn]] void onTerminate() {
+    Machine::getSingleton().updateExitStatus(ExitStatus::ServerErrorCode);
+    Machine::abort(ExitStatus());
+}
+
+}  // namespace
+
+Machine::Machine() : _onExitObservable(std::make_unique<OnExitObservable>()) {}
+
+Machine::~Machine() = default;
+
+Machine& Machine::getSingleton() {
+    if (!_singleton)
+        _singleton = new Machine();
+    return *_singleton;
+}
+
+void Machine::setServerHost(std::unique_ptr<ServerHost> serverHost) {
+    _serverHost = std::move(serverHost);
+}
+
+ExitStatus Machine::main(int argc, char** argv) {
+    FpuHandling::resetEnvironment();
+    startMoment = std::time(nullptr);
+    ArgumentMap consumed;
+    Machine& machine = getSingleton();
+
+    startCommunicators(argc, argv, consumed);
+    parseCommonArgvs(argc, argv, consumed);
+    if (_printpids) printProcessId();
+    installTerminateHandler();
+    bindProcessors(consumed);
+    if (!isSerial())
+        buildShmemCommunicators();
+    SynchronizedDynamicLoader::nonStateLoad("TolmScene");
+    startParallelErrorHandler();
+    if (hasSystemMonitor())
+        _systemMonitor->start();
+    installWorkerErrorHandler();
+    recordDesignFlags(argc, argv);
+    startConsole();
+    dispatchRole(argc, argv, consumed);
+    takeDown();
+    return machine.getExitStatus();
+}
+
+void Machine::startCommunicators(int argc, char** argv, ArgumentMap& consumed) {
+    bool serial = false;
+    for (int i = 0; i < argc; ++i) {
+        if (!argv[i])
+            continue;
+        const std::string entry = argv[i];
+        if (entry != "-s" && entry != "-proxyserver" && entry != "-proxydaemon")
+            continue;
+        consumed[entry] = 1;
+        serial = true;
+        if (entry == "-proxyserver")
+            _isProxyServer = true;
+        if (entry == "-proxydaemon")
+            _isProxySessionDaemon = true;
+    }
+    if (serial) {
+        _serialParallelMode = Serial;
+        startHost();
+        TolmVersion::_machineConfig = "Serial";
+        return;
+    }
+    startMpi(argc, argv, consumed);
+    _globalComm = std::make_unique<Communicator>();
+    _np = _globalComm->size();
+    _partition = _globalComm->myRank();
+    _serialParallelMode = _partition == 0 ? Master : Slave;
+    startHost();
+    TolmVersion::_machineConfig = "Np=" + std::to_string(_np);
+}
+
+void Machine::startMpi(int argc, char** argv, ArgumentMap& consumed) {
+    const std::string library = MpiDriverTable::libraryFromArguments(argc, argv, consumed);
+    // The driver keeps its own MPI library's symbols to itself; it makes them global
+    // itself where its MPI needs that.
+    std::string loaderText;
+    void* handle =
+        Platform::dynamiclibrary().load(library, DynamicLibraryLoader::Symbols::Local, loaderText);
+    const int initialized = QMX_MPI_Initialize(handle);
+    if (initialized != QMX_MPI_SUCCESS) {
+        const std::string reason = handle ? MpiCore::errorString(initialized) : loaderText;
+        throw InternalError("Failed to initialize MPI wrapper: " + reason,
+                            "QMX_MPI_Initialize(handle) == QMX_MPI_SUCCESS", __FILE__, __LINE__);
+    }
+    TOLM_ASSERT(QMX_MPIO_Initialize(handle) == QMX_MPI_SUCCESS,
+                "Failed to initialize MPIO wrapper");
+    const IsolatedFpuContext mpiLibrary;  // the MPI library's own floating-point flags
+    if (QMX_MPI_Init(&argc, &argv) != QMX_MPI_SUCCESS) {
+        throw NonRecoverableError("MPI failed to initialize");
+    }
+    MpiCore::setDistribName(wrapperText(QMX_MPI_Get_mpi_name));
+    MpiCore::setMpiVersionName(wrapperText(QMX_MPI_Get_mpi_version));
+}
+
+void Machine::parseCommonArgvs(int argc, char** argv, ArgumentMap& consumed) {
+    recordExecutableLocation();
+    CommonArgvParser(getSingleton()).parse(argc, argv, consumed);
+}
+
+void Machine::recordExecutableLocation() {
+    const std::string path = Platform::filesystem().executablePath();
+    const auto cut = path.rfind(FileSystem::separator);
+    _executablePath = StringHelper::decode(cut == std::string::npos ? "" : path.substr(0, cut));
+    _executableName = cut == std::string::npos ? path : path.substr(cut + 1);
+}
+
+void Machine::printProcessId() {
+    const std::string host = Platform::process().hostName();
+    std::fprintf(stderr, "Rank %u: process %d on %s\n", _partition, Platform::process().pid(),
+                 host.c_str());
+    std::fflush(stderr);
+}
+
+void Machine::startHost() {
+    // hwloc and the MPI library raise floating-point flags of their own while the host map
+    // is built; they are not the solver's, and must not surface at its first check.
+    const IsolatedFpuContext libraries;
+    _host = std::make_unique<MachineHost>();
+}
+
+MachineHost& Machine::getHost() {
+    TOLM_ASSERT(_host, "Host is not enabled");
+    return *_host;
+}
+
+void Machine::bindProcessors(const ArgumentMap& consumed) {
+    TOLM_ASSERT(_host, "Host is not enabled");
+    const IsolatedFpuContext libraries;  // hwloc's floating-point flags, as in startHost
+    const bool verbose = consumed.contains("-cpubindverbose");
+    const bool extended = consumed.contains("-cpubindextendedverbosity");
+    if (_useInternalBinding) {
+        _host->bindProcesses();
+        testForCpuBindingCollisions(verbose || extended);
+    } else {
+        conformProcessAffinityToMainThreadAffinity();
+    }
+    // Also where the machine does not bind: the report then shows where the launcher did.
+    _host->printProcessAffinitySummary(verbose, extended);
+}
+
+bool Machine::conformProcessAffinityToMainThreadAffinity() {
+    const CpuTopology& topology = getHost().getCpuTopology();
+    const AffinityMask mainThread = Affinity::getThreadAffinity(topology);
+    return Affinity::getProcessAffinity(topology) == mainThread ||
+           Affinity::setProcessAffinity(topology, mainThread);
+}
+
+bool Machine::testForCpuBindingCollisions(bool verbose) {
+    MachineHost& host = getHost();
+    bool found = false;
+    if (isParallel() && !MpiCore::disableCpuBindingCollisionTest())
+        found = host.releaseCollidingProcesses();
+    if (_cpuBindingContentionTest && host.hasCpuContention(verbose)) {
+        host.resolveCpuContention(verbose);
+        found = true;
+    }
+    return found;
+}
+
+void Machine::recordDesignFlags(int argc, char** argv) {
+    Machine& machine = getSingleton();
+    for (int i = 1; i < argc; ++i) {
+        if (!argv[i])
+            continue;
+        const std::string entry = argv[i];
+        if (entry == "-dmproject") {
+            machine._designManager = true;
+            return;
+        }
+        if (entry == "-dmrunfile") {
+            machine._designStudy = true;
+            return;
+        }
+    }
+}
+
+void Machine::dispatchRole(int argc, char** argv, const ArgumentMap& consumed) {
+    // Proxy servers and session daemons run the same server host: the server asks
+    // isProxyServer() / isProxySessionDaemon() to tell its role.
+    CommandController& commands = CommandController::getSingleton();  // collective
+    if (isSerial() || isMaster()) {
+        startServerHost(argc, argv, consumed);
+        // However the server ended, the slaves must leave their loop.
+        commands.releaseSlaves();
+    } else {
+        commands.processCommands();
+    }
+}
+
+void Machine::startServerHost(int argc, char** argv, const ArgumentMap& consumed) {
+    TOLM_ASSERT(_serverHost, "No server host was set before Machine::main");
+    getSingleton().updateExitStatus(_serverHost->run(argc, argv, consumed));
+}
+
+void Machine::takeDown() {
+    getSingleton()._onExitObservable->notify();
+    stopParallelErrorHandler();
+    _systemMonitor.reset();  // its thread asks the host map, which goes below
+    CommandController::reset();
+    EventTracker::reset();
+    SingletonCleaner::reset();
+    stopCommunicators();
+    stopConsole();
+}
+
+void Machine::stopCommunicators() {
+    _host.reset();
+    if (isSerial())
+        return;
+    for (unsigned scope = 0; scope < numberOfShmemScopes; ++scope) {
+        // Each slot is empty before its communicator goes, as for the host map.
+        std::unique_ptr<Communicator>(_shmemComm[scope].release()).reset();
+        std::unique_ptr<Communicator>(_sparseComm[scope].release()).reset();
+    }
+    _globalComm.reset();
+    MpiCore::finalize();
+}
+
+// A manager that exists already was made by "-slavelogs" over its directory.
+void Machine::startConsole() {
+    Machine& machine = getSingleton();
+    if (!machine._standardStreamManager) {
+        machine._standardStreamManager =
+            std::make_unique<StandardStreamManager>(machine.getTemporaryDirectory(), false);
+        return;
+    }
+    if (_serialParallelMode == Slave)
+        machine._standardStreamManager->redirectOriginalStreamsToFile();
+}
+
+void Machine::stopConsole() {
+    std::fflush(stdout);
+    getSingleton()._standardStreamManager.reset();
+}
+
+StandardStreamManager& Machine::getStandardStreamManager() {
+    TOLM_ASSERT(_standardStreamManager, "StandardStreamManager is NULL");
+    return *_standardStreamManager;
+}
+
+void Machine::buildShmemCommunicators() {
+    TOLM_ASSERT(_host, "host not built yet");
+    Communicator& world = *globalCommunicator();
+    if (MpiCore::hasMpiSharedMemory()) {
+        _shmemComm[HOST_SCOPE] = world.createSharedMemCommunicators();
+    } else {
+        // Without MPI shared memory the host's processes still get their communicator.
+        std::vector<unsigned> ranks;
+        _host->getMpiRanks(ranks);
+        std::sort(ranks.begin(), ranks.end());
+        _shmemComm[HOST_SCOPE] = world.createCommunicator(ranks);
+    }
+    buildScopeCommunicator(SOCKET_SCOPE);
+    buildScopeCommunicator(NUMA_SCOPE);
+    buildSparseCommunicators();
+}
+
+void Machine::buildScopeCommunicator(ShmemScope scope) {
+    TOLM_ASSERT(scope == SOCKET_SCOPE || scope == NUMA_SCOPE,
+                "Can only create socket or NUMA node scope communicators.");
+    const bool sockets = scope == SOCKET_SCOPE;
+    const CpuTopology& topology = _host->getCpuTopology();
+    const AffinityMask mine = Affinity::getProcessAffinity(topology);
+    const std::vector<unsigned> units =
+        sockets ? topology.getSocketsFromMask(mine) : topology.getNumaNodesFromMask(mine);
+    Communicator& hostComm = *_shmemComm[HOST_SCOPE];
+    std::vector<unsigned> counts;
+    hostComm.allGather(static_cast<unsigned>(units.size()), counts);
+    std::vector<unsigned> displacements;
+    hostComm.getDefaultDisplacements(counts, displacements);
+    std::vector<unsigned> all(displacements.back() + counts.back());
+    hostComm.allGatherVector(units.data(), counts[hostComm.myRank()], all.data(), counts, {});
+    ShmemGroups::UnitLists lists(counts.size());
+    for (unsigned rank = 0; rank < counts.size(); ++rank) {
+        const auto first = all.begin() + displacements[rank];
+        lists[rank].assign(first, first + counts[rank]);
+    }
+    unsigned numberOfUnits = 0;
+    if (ShmemGroups::anySpansSeveral(lists)) {
+        const AffinityMask hostAffinity = _host->getHostAffinity();  // collective over the host
+        numberOfUnits =
+            static_cast<unsigned>(sockets ? topology.getSocketsFromMask(hostAffinity).size()
+                                          : topology.getNumaNodesFromMask(hostAffinity).size());
+        if (numberOfUnits == 0)
+            numberOfUnits = sockets ? topology.getNumberSockets() : topology.getNumberNumaNodes();
+    }
+    _shmemComm[scope] = hostComm.createCommunicator(
+        ShmemGroups::membersOf(hostComm.myRank(), lists, numberOfUnits));
+}
+
+// The first process of every group of every scope: one flag word per process tells the others
+// which groups it leads.
+void Machine::buildSparseCommunicators() {
+    Communicator& world = *globalCommunicator();
+    unsigned leads = 0;
+    for (unsigned scope = 0; scope < numberOfShmemScopes; ++scope) {
+        if (_shmemComm[scope]->myRank() == 0)
+            leads |= 1u << scope;
+    }
+    std::vector<unsigned> everyone;
+    world.allGather(leads, everyone);
+    for (unsigned scope = 0; scope < numberOfShmemScopes; ++scope) {
+        std::vector<unsigned> leaders;
+        for (unsigned rank = 0; rank < everyone.size(); ++rank) {
+            if (everyone[rank] >> scope & 1u)
+                leaders.push_back(rank);
+        }
+        _sparseComm[scope] = world.createCommunicator(leaders);
+    }
+}
+
+Communicator& Machine::sharedMemCommunicator(ShmemScope scope) {
+    TOLM_ASSERT(isParallel(), "Attempt to access sharedMemCommunicator in serial");
+    TOLM_ASSERT(_shmemComm[scope], "Shared-memory communicators have not been built");
+    return *_shmemComm[scope];
+}
+
+Communicator* Machine::hasSparseCommunicator(ShmemScope scope) {
+    TOLM_ASSERT(isParallel(), "Attempt to access sparse communicator in serial");
+    return _sparseComm[scope].get();
+}
+
+Communicator* Machine::globalCommunicator() {
+    TOLM_ASSERT(isParallel(), "Attempt to access GlobalCommunicator in serial");
+    return _globalComm.get();
+}
+
+void Machine::enableSystemMonitor(bool enable, float samplingPeriod) {
+    if (!enable) {
+        _systemMonitor.reset();
+        return;
+    }
+    if (!_systemMonitor)
+        _systemMonitor = std::make_unique<SystemMonitor>();
+    unsigned int milliseconds = SystemMonitor::defaultYieldTime;
+    if (std::isfinite(samplingPeriod) && samplingPeriod > 0.0f)
+        milliseconds = unsigned(std::clamp(std::round(samplingPeriod * 1000.0), 1.0, 3.6e6));
+    _systemMonitor->setYieldTime(milliseconds);
+}
+
+SystemMonitor& Machine::getSystemMonitor() {
+    TOLM_ASSERT(hasSystemMonitor(), "The system monitor has not been enabled");
+    return *_systemMonitor;
+}
+
+void Machine::setTemporaryDirectory(const std::wstring& directory) {
+    _temporaryDirectory = directory;
+    _temporaryDirectorySet = true;
+}
+
+void Machine::setJobManager(const std::wstring& url, int taskId) {
+    _jobManagerUrl = url;
+    _taskId = taskId;
+}
+
+std::string Machine::getStateString(NodeState state) {
+    switch (state) {
+        case AwaitingCommand:
+            return "Awaiting command";
+        case GatheringResponse:
+            return "Gathering response";
+        case HandlingError:
+            return "Handling error";
+        case Processing:
+            return "Processing";
+        default:
+            return "Unknown";
+    }
+}
+
+void Machine::abort(const ExitStatus& status) {
+    uninstallTerminateHandler();
+    Machine& machine = getSingleton();
+    machine.updateExitStatus(status);
+    endJob();
+}
+
+void Machine::endJob() {
+    std::fflush(stdout);
+    std::fflush(stderr);
+    const ExitStatus status = getSingleton().getExitStatus();
+    if (isParallel() && _globalComm) {
+        // No collective clean-up while the job fails: communicators are let go, not freed.
+        for (auto& communicator : _shmemComm) static_cast<void>(communicator.release());
+        for (auto& communicator : _sparseComm) static_cast<void>(communicator.release());
+        _globalComm.release()->abort(status);
+    }
+    std::exit(int(status));
+}
+
+void Machine::startParallelErrorHandler() {
+    if (!isParallel())
+        return;
+    if (!_threaded) {
+        std::printf("All internal errors will be treated as fatal\n");
+        std::fflush(stdout);
+        return;
+    }
+    Machine& machine = getSingleton();
+    machine._parallelErrorHandler = std::make_unique<ParallelErrorHandler>();
+    if (machine._parallelErrorHandler->start())
+        return;
+    machine._parallelErrorHandler.reset();
+    if (isMaster()) {
+        std::printf(
+            "Parallel error handler failed to start. All internal errors will be treated as "
+            "fatal.\n");
+        std::fflush(stdout);
+    }
+}
+
+void Machine::stopParallelErrorHandler() {
+    Machine& machine = getSingleton();
+    if (!machine._parallelErrorHandler)
+        return;
+    machine._parallelErrorHandler->stop();
+    machine._parallelErrorHandler.reset();
+}
+
+// What escapes a worker thread: a non-recoverable error ends the job (through the parallel
+// error handler where there is one); any other exception there is a fault of the code and is
+// treated as non-recoverable; a recoverable Error is logged, and the thread ends.
+void Machine::installWorkerErrorHandler() {
+    Thread::setUncaughtExceptionHandler([](std::exception_ptr escaped) {
+        std::optional<NonRecoverableError> fatal;
+        try {
+            std::rethrow_exception(escaped);
+        } catch (const NonRecoverableError& error) {
+            fatal.emplace(error.getMessage(), error.properties());
+        } catch (const Error& error) {
+            OS::Log::warning("Error on a worker thread: " + error.getMessage());
+            return;
+        } catch (const std::exception& error) {
+            fatal.emplace(std::string("Uncaught exception on a worker thread: ") + error.what());
+        } catch (...) {
+            fatal.emplace("Uncaught exception on a worker thread");
+        }
+        ParallelErrorHandler* handler = getSingleton().getParallelErrorHandler();
+        if (handler) {
+            handler->report(*fatal);
+        } else {
+            endJobWith(*fatal);
+        }
+    });
+}
+
+void Machine::handleParallelError(const Error& error) {
+    if (error.isCollective())
+        return;
+    if (isMaster() && !Thread::isMain())
+        return;
+    if (!NonRecoverableError::isNonRecoverableErrorIn(error))
+        return;
+    endJobWith(error);
+}
+
+void Machine::endJobWith(const Error& error) {
+    std::fprintf(stderr, "Error: %s\n", error.getMessage().c_str());
+    const Properties& properties = error.properties();
+    if (properties.has(Error::STACK_TRACE_TAG)) {
+        for (const auto& frame : properties.get<std::vector<std::string>>(Error::STACK_TRACE_TAG)) {
+            std::fprintf(stderr, "  %s\n", frame.c_str());
+        }
+    }
+    uninstallTerminateHandler();
+    getSingleton().updateExitStatus(ExitStatus::NonRecoverableErrorCode);
+    endJob();
+}
+
+void Machine::installTerminateHandler() {
+    std::set_terminate(onTerminate);
+}
+
+void Machine::uninstallTerminateHandler() {
+    std::set_terminate(nullptr);
+}
+
+Machine::OnExitObservable& Machine::getOnExitObservable() {
+    return *_onExitObservable;
+}
+
+std::string Machine::getTime() {
+    return Platform::time().localTimeText(std::time(nullptr));
+}
+
+std::string Machine::getStartTime() {
+    return Platform::time().localTimeText(startMoment ? startMoment : std::time(nullptr));
+}
+
+double Machine::wallTime() {
+    return isParallel() ? QMX_MPI_Wtime() : Platform::time().wallSeconds();
+}
+
+void Machine::reset() {
+    _systemMonitor.reset();  // before the singleton it observes
+    delete _singleton;
+    _singleton = nullptr;
+    _serialParallelMode = Serial;
+    _np = 1;
+    _partition = 0;
+    _executableName.clear();
+    _executablePath.clear();
+    _threaded = true;
+    _useInternalBinding = true;
+    _cpuBindingPolicy = Bandwidth;
+    _cpuBindingContentionTest = true;
+    _threadBindingAttributes = 0;
+    _iodebug = 0;
+    _printpids = false;
+    _isProxyServer = false;
+    _isProxySessionDaemon = false;
+    _performanceCriticalLock = 0;
+    _serialCriticalLock = 0;
+    _host.reset();
+}
+
+}  // namespace tolm

@@ -1,0 +1,50 @@
+#include "machine/core/MpiDriverTable.h"
+
+#include <array>
+#include <utility>
+
+#include "machine/core/OptionError.h"
+
+namespace tolm {
+namespace {
+
+constexpr std::array<std::pair<const char*, const char*>, 10> drivers{{
+    {"platform", "TolmPlatformMpi"},
+    {"intel", "TolmIntelMpi"},
+    {"ms", "TolmMsMpi"},
+    {"msmpi", "TolmMsMpi"},
+    {"openmpi3", "TolmOpenMpi3"},
+    {"openmpi4", "TolmOpenMpi4"},
+    {"spectrum", "TolmSpectrumMpi"},
+    {"mpich2", "TolmMpich2Ch3"},
+    {"hpe", "TolmHpeMpi"},
+    {"crayxt7", "TolmCrayMpt7"},
+}};
+
+}  // namespace
+
+std::string MpiDriverTable::libraryFor(const std::string& value) {
+    for (const auto& [name, library] : drivers) {
+        if (value == name)
+            return library;
+    }
+    throw OptionError("Unknown MPI driver: " + value);
+}
+
+std::string MpiDriverTable::libraryFromArguments(int argc, char** argv,
+                                                 Machine::ArgumentMap& consumed) {
+    for (int i = 1; i < argc; ++i) {
+        if (!argv[i])
+            continue;
+        const std::string option = argv[i];
+        if (option != "-mpi" && option != "-mpidriver")
+            continue;
+        if (i + 1 >= argc || !argv[i + 1])
+            throw OptionError("Missing -mpidriver arg");
+        consumed[option] = 2;
+        return libraryFor(argv[i + 1]);
+    }
+    return DEFAULT_LIBRARY;
+}
+
+}  // namespace tolm

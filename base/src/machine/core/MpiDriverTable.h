@@ -1,0 +1,21 @@
+#pragma once
+#include <string>
+
+#include "machine/core/Machine.h"
+
+namespace tolm {
+
+// Which MPI wrapper driver library a job loads: "-mpi VALUE" or "-mpidriver VALUE" names it
+// by a short value; without either the job uses "TolmPlatformMpi".
+class MpiDriverTable {
+  public:
+    static constexpr const char* DEFAULT_LIBRARY = "TolmPlatformMpi";
+
+    // The library for a short value; OptionError "Unknown MPI driver: <value>" otherwise.
+    static std::string libraryFor(const std::string& value);
+    // The library the arguments ask for, entering the option in `consumed`; OptionError
+    // "Missing -mpidriver arg" when the option is the last entry.
+    static std::string libraryFromArguments(int argc, char** argv, Machine::ArgumentMap& consumed);
+};
+
+}  // namespace tolm
