@@ -23,7 +23,7 @@
 #include "../latency/LatencyBench.h"
 #include "machine/commands/CommandController.h"
 #include "machine/comm/Communicator.h"
-#include "machine/comm/GlobalCondition.h"
+#include "machine/commands/GlobalCondition.h"
 #include "neo/Controller.h"
 
 namespace tolm::bench {

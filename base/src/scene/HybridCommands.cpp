@@ -11,7 +11,7 @@
 #include "machine/hybrid/HybridMpiThreadContext.h"
 #include "machine/hybrid/HybridMpiThreadOperation.h"
 #include "machine/core/Machine.h"
-#include "machine/comm/ShmemWindow.h"
+#include "machine/hybrid/ShmemWindow.h"
 #include "machine/hybrid/ThreadPolicyBase.h"
 #include "neo/Controller.h"
 #include "neo/Error.h"

@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "CommunicatorTesting.h"
-#include "machine/comm/GlobalCondition.h"
+#include "machine/commands/GlobalCondition.h"
 #include "machine/commands/GlobalFloatingPointError.h"
 #include "machine/commands/GlobalFloatingPointExceptionStatus.h"
 #include "machine/commands/IsolatedFpuContext.h"

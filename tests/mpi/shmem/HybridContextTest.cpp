@@ -11,7 +11,7 @@
 #include "machine/hybrid/HybridMachine.h"
 #include "machine/hybrid/HybridMpiThreadContext.h"
 #include "machine/hybrid/HybridMpiThreadOperation.h"
-#include "machine/comm/ShmemWindow.h"
+#include "machine/hybrid/ShmemWindow.h"
 #include "machine/hybrid/ThreadParallelContext.h"
 #include "machine/hybrid/ThreadPolicyBase.h"
 #include "shmem/ShmemTesting.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <thread>
 
-#include "machine/core/FieldLoopState.h"
+#include "machine/comm/FieldLoopState.h"
 #include "machine/hybrid/HybridMachine.h"
 #include "machine/hybrid/HybridMpiThreadContext.h"
 #include "machine/hybrid/HybridMpiThreadOperation.h"

@@ -1,6 +1,6 @@
 #include <gtest/gtest.h>
 
-#include "machine/comm/ShmemWindow.h"
+#include "machine/hybrid/ShmemWindow.h"
 #include "shmem/ShmemTesting.h"
 #include "support/MpiWorld.h"
 

@@ -6,8 +6,6 @@
 #include <limits>
 #include <thread>
 
-#include "machine/core/FieldLoopState.h"
-#include "machine/core/Machine.h"
 #include "machine/comm/MpiCore.h"
 #include "neo/Controller.h"
 #include "neo/InternalError.h"
@@ -115,21 +113,6 @@ void Communicator::setMaxBufferSize(std::uint64_t bytes) {
 
 void Communicator::synchronise() {
     communicate("Communicator::Synchronise", 0, -1, [&] { return QMX_MPI_Barrier(_handle); });
-}
-
-void Communicator::reportLockedOut() {
-    if (Machine::getSerialCriticalLock() != 0) {
-        throw InternalError("Parallel is explicitly locked", "! _serialCriticalLock", __FILE__,
-                            __LINE__);
-    }
-    if (Machine::getPerformanceCriticalLock() != 0) {
-        Machine::handleFailedPerformanceCriticalTest(
-            "Parallel locked out in performance critical section");
-    }
-    TOLM_ASSERT(!Controller::isSerialCritical(),
-                "Parallel has been explicitly locked whilst running a non-distributed command");
-    TOLM_ASSERT(!FieldLoopState::busy(), "Parallel is explicitly locked out of FieldLoops");
-    TOLM_ASSERT(Thread::isMain(), "Parallel messaging can only be called from the main thread");
 }
 
 }  // namespace tolm

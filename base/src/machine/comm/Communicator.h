@@ -8,13 +8,11 @@
 #include <type_traits>
 #include <vector>
 
+#include "machine/comm/CommunicationLocks.h"
 #include "machine/comm/CommunicatorBuffers.h"
-#include "machine/core/ExitStatus.h"
-#include "machine/core/FieldLoopState.h"
-#include "machine/core/Machine.h"
 #include "machine/comm/MessageLimits.h"
 #include "machine/comm/MpiCore.h"
-#include "neo/Controller.h"
+#include "machine/core/ExitStatus.h"
 #include "neo/Properties.h"
 #include "platform/Thread.h"
 
@@ -374,11 +372,8 @@ class Communicator {
     // Raises when communicating is not allowed here (see the class comment). Inline: every
     // operation asks, and the answer is nearly always that all is well.
     static void checkSerialCriticalLock() {
-        if (Machine::getSerialCriticalLock() == 0 && Machine::getPerformanceCriticalLock() == 0 &&
-            !Controller::isSerialCritical() && !FieldLoopState::busy() && Thread::isMain()) {
-            return;
-        }
-        reportLockedOut();
+        if (!CommunicationLocks::allowed())
+            CommunicationLocks::reportLockedOut();
     }
 
     static const char* _oversizedMessageString;
@@ -386,7 +381,6 @@ class Communicator {
 
   private:
     explicit Communicator(const int& handle);
-    static void reportLockedOut();
 
     void broadcastBuffer(const BufferBase<unsigned int>& buffer, unsigned int root);
     // A broadcast too large for one call, as two of half the size each.

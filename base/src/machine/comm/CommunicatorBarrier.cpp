@@ -3,7 +3,6 @@
 #include <thread>
 
 #include "machine/comm/Communicator.h"
-#include "machine/core/Machine.h"
 #include "machine/comm/RequestStack.h"
 #include "machine/monitor/Timer.h"
 
@@ -12,11 +11,10 @@ namespace {
 
 constexpr int barrierTag = 1022;
 
-// Each level of the tree may sleep one period before it notices its message, so a job of
-// many ranks sleeps in shorter periods.
-std::chrono::milliseconds sleepPeriod() {
-    static const std::chrono::milliseconds period(Machine::nProcesses() > 512 ? 1 : 10);
-    return period;
+// Each level of the tree may sleep one period before it notices its message, so a barrier
+// over many ranks sleeps in shorter periods.
+std::chrono::milliseconds sleepPeriod(const Communicator& comm) {
+    return std::chrono::milliseconds(comm.size() > 512 ? 1 : 10);
 }
 
 // Polls until the requests complete: for the first spinTime seconds of the timer's interval
@@ -26,7 +24,7 @@ void pollThenWait(Communicator& comm, MpiCore::RequestStack& requests, const Tim
                   double spinTime) {
     while (!comm.test(requests)) {
         if (timer.getWallTime() > spinTime)
-            std::this_thread::sleep_for(sleepPeriod());
+            std::this_thread::sleep_for(sleepPeriod(comm));
         else
             std::this_thread::yield();
     }

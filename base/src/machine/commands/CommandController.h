@@ -2,7 +2,7 @@
 #include <memory>
 #include <string>
 
-#include "machine/comm/GlobalCondition.h"
+#include "machine/commands/GlobalCondition.h"
 #include "neo/Properties.h"
 #include "neo/Subject.h"
 

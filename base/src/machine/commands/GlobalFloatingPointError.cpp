@@ -5,7 +5,7 @@
 #include <set>
 
 #include "machine/comm/Communicator.h"
-#include "machine/comm/GlobalCondition.h"
+#include "machine/commands/GlobalCondition.h"
 #include "machine/commands/GlobalFloatingPointExceptionStatus.h"
 #include "machine/hybrid/HybridMpiThreadContext.h"
 #include "machine/core/Machine.h"

@@ -3,12 +3,10 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "machine/comm/MpiCore.h"
 #include "machine/core/OptionError.h"
 #include "machine/core/ParameterInitialValues.h"
 #include "machine/remote/RemoteShellFactory.h"
 #include "machine/core/RendererConfig.h"
-#include "machine/files/StandardStreamManager.h"
 #include "neo/InternalError.h"
 #include "neo/SignalHandler.h"
 #include "neo/SynchronizedDynamicLoader.h"
@@ -29,7 +27,8 @@ std::string wideRoundTrip(const char* text) {
 
 }  // namespace
 
-CommonArgvParser::CommonArgvParser(Machine& machine) : _machine(machine), _options(makeOptions()) {}
+CommonArgvParser::CommonArgvParser(MachineSettings& settings)
+    : _settings(settings), _options(makeOptions()) {}
 
 std::vector<CommonArgvParser::Option> CommonArgvParser::makeOptions() {
     const auto flag = [](const char* name, std::function<void()> apply) {
@@ -41,10 +40,10 @@ std::vector<CommonArgvParser::Option> CommonArgvParser::makeOptions() {
     const auto designValue = [](const char* name) {
         return Option{name, 1, nullptr, notEntered, [](char**) {}};
     };
-    auto& machine = _machine;
+    auto& settings = _settings;
     return {
-        flag("-deleteOnExit", [&machine] { machine.setDeleteOnExit(true); }),
-        flag("-xnoulm", [&machine] { machine.setAnalyticsOff(true); }),
+        flag("-deleteOnExit", [&settings] { settings.deleteOnExit = true; }),
+        flag("-xnoulm", [&settings] { settings.analyticsOff = true; }),
         flag("-fpe",
              [] {
                  std::printf("Enabling asynchronous floating point exceptions.\n");
@@ -59,54 +58,49 @@ std::vector<CommonArgvParser::Option> CommonArgvParser::makeOptions() {
         designValue("-dmrunfile"),
         mapOnly("-dmnoshare"),
         mapOnly("-time"),
-        flag("-nothreads", [] { Machine::_threaded = false; }),
+        flag("-nothreads", [&settings] { settings.threaded = false; }),
         {"-module", 1, "Missing -module arg", entered,
          [](char** v) { SynchronizedDynamicLoader::load(v[0]); }},
         {"-xmpiversion", 1, "Missing -xmpiversion arg", entered,
-         [](char** v) {
-             if (Machine::isParallel())
-                 MpiCore::setMpiVersionName(v[0]);
-         }},
+         [&settings](char** v) { settings.mpiVersionName = v[0]; }},
         {"-xmpidriver", 1, "Missing -xmpidriver arg", entered,
-         [](char** v) {
-             if (Machine::isParallel())
-                 MpiCore::setDistribName(v[0]);
-         }},
+         [&settings](char** v) { settings.mpiDistributionName = v[0]; }},
         {"-param", 2, "Missing -param arg arg", entered,
          [](char** v) {
              ParameterInitialValues::getSingleton().addParameterArg(wideRoundTrip(v[0]),
                                                                     wideRoundTrip(v[1]));
          }},
-        flag("-pio", [&machine] { machine.setParallelIo(true); }),
+        flag("-pio", [&settings] { settings.parallelIo = true; }),
         {"-rsh", 1, "Missing -rsh arg", entered,
          [](char** v) {
              RemoteShellFactory::getSingleton().setDefaultRemoteProcessLauncher(
                  StringHelper::decode(v[0]));
          }},
         {"-tmpdir", 1, "Missing -tmpdir arg", entered,
-         [&machine](char** v) { machine.setTemporaryDirectory(StringHelper::decode(v[0])); }},
+         [&settings](char** v) { settings.temporaryDirectory = StringHelper::decode(v[0]); }},
         // Slaves' standard streams go to per-process logs in the directory (Machine::startConsole).
         {"-slavelogs", 1, "Missing -slavelogs arg", entered,
-         [&machine](char** v) {
+         [&settings](char** v) {
              if (!Platform::filesystem().createDirectories(v[0]))
                  throw OptionError(std::string("Cannot create the -slavelogs directory ") + v[0] +
                                    ": " + Platform::error().lastErrorText());
-             machine._standardStreamManager =
-                 std::make_unique<StandardStreamManager>(StringHelper::decode(v[0]), true);
+             settings.slaveLogDirectory = StringHelper::decode(v[0]);
          }},
         {"-iodebug", 1, "Missing -iodebug arg", entered,
-         [](char** v) { Machine::_iodebug = static_cast<std::uint32_t>(std::atoi(v[0])); }},
+         [&settings](char** v) { settings.ioVerbosity = static_cast<std::uint32_t>(std::atoi(v[0])); }},
         {"-cpubind", 1, "Missing -cpubind arg", entered, [this](char** v) { applyCpuBind(v[0]); }},
         mapOnly("-cpubindverbose"),
         mapOnly("-cpubindextendedverbosity"),
         {"-cpubindcontentiontest", 1, "Missing -cpubindcontentiontest arg", entered,
          [this](char** v) { applyContentionTest(v[0]); }},
-        flag("-xnodeverrors", [&machine] { machine.setDevErrorChecking(false); }),
+        flag("-xnodeverrors", [&settings] { settings.devErrorChecking = false; }),
         flag("-xthreadbindoff",
-             [] { Machine::_threadBindingAttributes |= Machine::ThreadBindingOff; }),
+             [&settings] { settings.threadBindingAttributes |= MachineSettings::ThreadBindingOff; }),
         flag("-xthreadbindverbose",
-             [] { Machine::_threadBindingAttributes |= Machine::ThreadBindingVerbose; }),
-        flag("-printpids", [] { Machine::_printpids = true; }),
+             [&settings] {
+                 settings.threadBindingAttributes |= MachineSettings::ThreadBindingVerbose;
+             }),
+        flag("-printpids", [&settings] { settings.printPids = true; }),
         {"-jobmanagerurl", 1, "Missing -jobmanagerurl arg", entered,
          [this](char** v) {
              _jobManagerUrlGiven = true;
@@ -119,7 +113,7 @@ std::vector<CommonArgvParser::Option> CommonArgvParser::makeOptions() {
         {"-rgraphics", 1, "Missing -rgraphics arg", entered,
          [this](char** v) { applyRendererGraphics(v[0]); }},
         {"-memorymonitor", 1, "Missing -memorymonitor arg", entered,
-         [](char** v) { Machine::enableSystemMonitor(true, std::strtof(v[0], nullptr)); }},
+         [&settings](char** v) { settings.memoryMonitorPeriod = std::strtof(v[0], nullptr); }},
     };
 }
 
@@ -131,7 +125,7 @@ const CommonArgvParser::Option* CommonArgvParser::find(const std::string& entry)
     return nullptr;
 }
 
-void CommonArgvParser::parse(int argc, char** argv, Machine::ArgumentMap& consumed) {
+void CommonArgvParser::parse(int argc, char** argv, ArgumentMap& consumed) {
     int i = 1;
     while (i < argc) {
         const Option* option = (argv[i] && *argv[i]) ? find(argv[i]) : nullptr;
@@ -151,22 +145,20 @@ void CommonArgvParser::parse(int argc, char** argv, Machine::ArgumentMap& consum
             consumed[option->name] = 1 + option->values;
         i += 1 + static_cast<int>(option->values);
     }
-    if (!_machine.hasTemporaryDirectory()) {
-        _machine.setTemporaryDirectory(
-            StringHelper::decode(Platform::filesystem().temporaryDirectory()));
-    }
+    if (!_settings.temporaryDirectory)
+        _settings.temporaryDirectory = StringHelper::decode(Platform::filesystem().temporaryDirectory());
     finishJobManager();
 }
 
 void CommonArgvParser::applyCpuBind(const std::string& value) {
     if (value == "bandwidth") {
-        Machine::_cpuBindingPolicy = Machine::Bandwidth;
+        _settings.cpuBindingPolicy = MachineSettings::Bandwidth;
     } else if (value == "latency") {
-        Machine::_cpuBindingPolicy = Machine::Latency;
+        _settings.cpuBindingPolicy = MachineSettings::Latency;
     } else if (value == "leastload") {
-        Machine::_cpuBindingPolicy = Machine::LeastLoad;
+        _settings.cpuBindingPolicy = MachineSettings::LeastLoad;
     } else if (value == "disable") {
-        Machine::_useInternalBinding = false;
+        _settings.useInternalBinding = false;
     } else {
         throw OptionError(
             "-cpubind argument must be latency/leastload/disable (don't specify anything for "
@@ -176,9 +168,9 @@ void CommonArgvParser::applyCpuBind(const std::string& value) {
 
 void CommonArgvParser::applyContentionTest(const std::string& value) {
     if (value == "enable") {
-        Machine::_cpuBindingContentionTest = true;
+        _settings.cpuBindingContentionTest = true;
     } else if (value == "disable") {
-        Machine::_cpuBindingContentionTest = false;
+        _settings.cpuBindingContentionTest = false;
     } else {
         throw OptionError("-cpubindcontentiontest argument must either be enabled/disable");
     }
@@ -192,7 +184,8 @@ void CommonArgvParser::applyRendererGraphics(const std::string& value) {
 
 void CommonArgvParser::finishJobManager() {
     if (_jobManagerUrlGiven && _taskId != 0) {
-        _machine.setJobManager(_jobManagerUrl, _taskId);
+        _settings.jobManagerUrl = _jobManagerUrl;
+        _settings.taskId = _taskId;
     } else if (_jobManagerUrlGiven || _taskId != 0) {
         throw OptionError(
             "Both -jobmanagerurl and -taskid must be specified when using Job Manager");

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "machine/core/Machine.h"
+#include "machine/core/MachineSettings.h"
 
 namespace tolm {
 
@@ -12,11 +12,13 @@ namespace tolm {
 // to the server and is stepped over. An option that takes values consumes the entries after
 // it; when they are missing the parse fails with the option's "Missing ... arg" OptionError.
 // Every applied option is entered in the consumed-argument map with the number of entries it
-// occupies.
+// occupies. Settings go into the MachineSettings it was given; options that configure another
+// subsystem (modules, parameters, remote shell, renderer, floating-point traps) are applied to
+// it at once.
 class CommonArgvParser {
   public:
-    explicit CommonArgvParser(Machine& machine);
-    void parse(int argc, char** argv, Machine::ArgumentMap& consumed);
+    explicit CommonArgvParser(MachineSettings& settings);
+    void parse(int argc, char** argv, ArgumentMap& consumed);
 
   private:
     struct Option {
@@ -34,7 +36,7 @@ class CommonArgvParser {
     void applyRendererGraphics(const std::string& value);
     void finishJobManager();
 
-    Machine& _machine;
+    MachineSettings& _settings;
     std::vector<Option> _options;
     bool _jobManagerUrlGiven = false;
     std::wstring _jobManagerUrl;

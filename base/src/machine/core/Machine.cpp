@@ -11,6 +11,7 @@
 #include "machine/commands/CommandController.h"
 #include "machine/core/CommonArgvParser.h"
 #include "machine/commands/IsolatedFpuContext.h"
+#include "machine/comm/CommunicationLocks.h"
 #include "machine/comm/Communicator.h"
 #include "machine/topology/CpuTopology.h"
 #include "machine/topology/MachineHost.h"
@@ -18,9 +19,9 @@
 #include "machine/core/MpiDriverTable.h"
 #include "machine/core/OptionError.h"
 #include "machine/core/ParallelErrorHandler.h"
+#include "machine/core/ScopeCommunicators.h"
 #include "machine/core/ServerHost.h"
 #include "machine/files/StandardStreamManager.h"
-#include "machine/comm/ShmemGroups.h"
 #include "machine/monitor/SystemMonitor.h"
 #include "neo/EventTracker.h"
 #include "neo/InternalError.h"
@@ -46,20 +47,11 @@ std::uint32_t Machine::_np = 1;
 std::uint32_t Machine::_partition = 0;
 std::string Machine::_executableName;
 std::wstring Machine::_executablePath;
-bool Machine::_threaded = true;
-bool Machine::_useInternalBinding = true;
-Machine::CpuBindingPolicy Machine::_cpuBindingPolicy = Machine::Bandwidth;
-bool Machine::_cpuBindingContentionTest = true;
-std::uint32_t Machine::_threadBindingAttributes = 0;
-std::uint32_t Machine::_iodebug = 0;
-bool Machine::_printpids = false;
+MachineSettings Machine::_settings;
 bool Machine::_isProxyServer = false;
 bool Machine::_isProxySessionDaemon = false;
-std::uint32_t Machine::_performanceCriticalLock = 0;
-std::uint32_t Machine::_serialCriticalLock = 0;
 std::unique_ptr<Communicator> Machine::_globalComm;
-std::unique_ptr<Communicator> Machine::_shmemComm[numberOfShmemScopes];
-std::unique_ptr<Communicator> Machine::_sparseComm[numberOfShmemScopes];
+std::unique_ptr<ScopeCommunicators> Machine::_scopeComms;
 std::unique_ptr<MachineHost> Machine::_host;
 std::unique_ptr<ServerHost> Machine::_serverHost;
 std::unique_ptr<SystemMonitor> Machine::_systemMonitor;
@@ -105,7 +97,7 @@ ExitStatus Machine::main(int argc, char** argv) {
 
     startCommunicators(argc, argv, consumed);
     parseCommonArgvs(argc, argv, consumed);
-    if (_printpids) printProcessId();
+    if (_settings.printPids) printProcessId();
     installTerminateHandler();
     bindProcessors(consumed);
     if (!isSerial())
@@ -177,7 +169,20 @@ void Machine::startMpi(int argc, char** argv, ArgumentMap& consumed) {
 
 void Machine::parseCommonArgvs(int argc, char** argv, ArgumentMap& consumed) {
     recordExecutableLocation();
-    CommonArgvParser(getSingleton()).parse(argc, argv, consumed);
+    CommonArgvParser(_settings).parse(argc, argv, consumed);
+    applySettings();
+}
+
+void Machine::applySettings() {
+    CommunicationLocks::setDevelopmentChecks(_settings.devErrorChecking);
+    if (_settings.memoryMonitorPeriod)
+        enableSystemMonitor(true, *_settings.memoryMonitorPeriod);
+    if (!isParallel())
+        return;
+    if (_settings.mpiDistributionName)
+        MpiCore::setDistribName(*_settings.mpiDistributionName);
+    if (_settings.mpiVersionName)
+        MpiCore::setMpiVersionName(*_settings.mpiVersionName);
 }
 
 void Machine::recordExecutableLocation() {
@@ -211,7 +216,7 @@ void Machine::bindProcessors(const ArgumentMap& consumed) {
     const IsolatedFpuContext libraries;  // hwloc's floating-point flags, as in startHost
     const bool verbose = consumed.contains("-cpubindverbose");
     const bool extended = consumed.contains("-cpubindextendedverbosity");
-    if (_useInternalBinding) {
+    if (_settings.useInternalBinding) {
         _host->bindProcesses();
         testForCpuBindingCollisions(verbose || extended);
     } else {
@@ -233,7 +238,7 @@ bool Machine::testForCpuBindingCollisions(bool verbose) {
     bool found = false;
     if (isParallel() && !MpiCore::disableCpuBindingCollisionTest())
         found = host.releaseCollidingProcesses();
-    if (_cpuBindingContentionTest && host.hasCpuContention(verbose)) {
+    if (_settings.cpuBindingContentionTest && host.hasCpuContention(verbose)) {
         host.resolveCpuContention(verbose);
         found = true;
     }
@@ -290,24 +295,17 @@ void Machine::stopCommunicators() {
     _host.reset();
     if (isSerial())
         return;
-    for (unsigned scope = 0; scope < numberOfShmemScopes; ++scope) {
-        // Each slot is empty before its communicator goes, as for the host map.
-        std::unique_ptr<Communicator>(_shmemComm[scope].release()).reset();
-        std::unique_ptr<Communicator>(_sparseComm[scope].release()).reset();
-    }
+    _scopeComms.reset();
     _globalComm.reset();
     MpiCore::finalize();
 }
 
-// A manager that exists already was made by "-slavelogs" over its directory.
 void Machine::startConsole() {
     Machine& machine = getSingleton();
-    if (!machine._standardStreamManager) {
-        machine._standardStreamManager =
-            std::make_unique<StandardStreamManager>(machine.getTemporaryDirectory(), false);
-        return;
-    }
-    if (_serialParallelMode == Slave)
+    const auto& logs = _settings.slaveLogDirectory;
+    machine._standardStreamManager = std::make_unique<StandardStreamManager>(
+        logs ? *logs : machine.getTemporaryDirectory(), logs.has_value());
+    if (logs && _serialParallelMode == Slave)
         machine._standardStreamManager->redirectOriginalStreamsToFile();
 }
 
@@ -323,84 +321,18 @@ StandardStreamManager& Machine::getStandardStreamManager() {
 
 void Machine::buildShmemCommunicators() {
     TOLM_ASSERT(_host, "host not built yet");
-    Communicator& world = *globalCommunicator();
-    if (MpiCore::hasMpiSharedMemory()) {
-        _shmemComm[HOST_SCOPE] = world.createSharedMemCommunicators();
-    } else {
-        // Without MPI shared memory the host's processes still get their communicator.
-        std::vector<unsigned> ranks;
-        _host->getMpiRanks(ranks);
-        std::sort(ranks.begin(), ranks.end());
-        _shmemComm[HOST_SCOPE] = world.createCommunicator(ranks);
-    }
-    buildScopeCommunicator(SOCKET_SCOPE);
-    buildScopeCommunicator(NUMA_SCOPE);
-    buildSparseCommunicators();
-}
-
-void Machine::buildScopeCommunicator(ShmemScope scope) {
-    TOLM_ASSERT(scope == SOCKET_SCOPE || scope == NUMA_SCOPE,
-                "Can only create socket or NUMA node scope communicators.");
-    const bool sockets = scope == SOCKET_SCOPE;
-    const CpuTopology& topology = _host->getCpuTopology();
-    const AffinityMask mine = Affinity::getProcessAffinity(topology);
-    const std::vector<unsigned> units =
-        sockets ? topology.getSocketsFromMask(mine) : topology.getNumaNodesFromMask(mine);
-    Communicator& hostComm = *_shmemComm[HOST_SCOPE];
-    std::vector<unsigned> counts;
-    hostComm.allGather(static_cast<unsigned>(units.size()), counts);
-    std::vector<unsigned> displacements;
-    hostComm.getDefaultDisplacements(counts, displacements);
-    std::vector<unsigned> all(displacements.back() + counts.back());
-    hostComm.allGatherVector(units.data(), counts[hostComm.myRank()], all.data(), counts, {});
-    ShmemGroups::UnitLists lists(counts.size());
-    for (unsigned rank = 0; rank < counts.size(); ++rank) {
-        const auto first = all.begin() + displacements[rank];
-        lists[rank].assign(first, first + counts[rank]);
-    }
-    unsigned numberOfUnits = 0;
-    if (ShmemGroups::anySpansSeveral(lists)) {
-        const AffinityMask hostAffinity = _host->getHostAffinity();  // collective over the host
-        numberOfUnits =
-            static_cast<unsigned>(sockets ? topology.getSocketsFromMask(hostAffinity).size()
-                                          : topology.getNumaNodesFromMask(hostAffinity).size());
-        if (numberOfUnits == 0)
-            numberOfUnits = sockets ? topology.getNumberSockets() : topology.getNumberNumaNodes();
-    }
-    _shmemComm[scope] = hostComm.createCommunicator(
-        ShmemGroups::membersOf(hostComm.myRank(), lists, numberOfUnits));
-}
-
-// The first process of every group of every scope: one flag word per process tells the others
-// which groups it leads.
-void Machine::buildSparseCommunicators() {
-    Communicator& world = *globalCommunicator();
-    unsigned leads = 0;
-    for (unsigned scope = 0; scope < numberOfShmemScopes; ++scope) {
-        if (_shmemComm[scope]->myRank() == 0)
-            leads |= 1u << scope;
-    }
-    std::vector<unsigned> everyone;
-    world.allGather(leads, everyone);
-    for (unsigned scope = 0; scope < numberOfShmemScopes; ++scope) {
-        std::vector<unsigned> leaders;
-        for (unsigned rank = 0; rank < everyone.size(); ++rank) {
-            if (everyone[rank] >> scope & 1u)
-                leaders.push_back(rank);
-        }
-        _sparseComm[scope] = world.createCommunicator(leaders);
-    }
+    _scopeComms = std::make_unique<ScopeCommunicators>(*globalCommunicator(), *_host);
 }
 
 Communicator& Machine::sharedMemCommunicator(ShmemScope scope) {
     TOLM_ASSERT(isParallel(), "Attempt to access sharedMemCommunicator in serial");
-    TOLM_ASSERT(_shmemComm[scope], "Shared-memory communicators have not been built");
-    return *_shmemComm[scope];
+    TOLM_ASSERT(_scopeComms, "Shared-memory communicators have not been built");
+    return _scopeComms->sharedMemory(scope);
 }
 
 Communicator* Machine::hasSparseCommunicator(ShmemScope scope) {
     TOLM_ASSERT(isParallel(), "Attempt to access sparse communicator in serial");
-    return _sparseComm[scope].get();
+    return _scopeComms ? _scopeComms->sparse(scope) : nullptr;
 }
 
 Communicator* Machine::globalCommunicator() {
@@ -426,14 +358,14 @@ SystemMonitor& Machine::getSystemMonitor() {
     return *_systemMonitor;
 }
 
-void Machine::setTemporaryDirectory(const std::wstring& directory) {
-    _temporaryDirectory = directory;
-    _temporaryDirectorySet = true;
+const std::wstring& Machine::getTemporaryDirectory() const {
+    static const std::wstring none;
+    return _settings.temporaryDirectory ? *_settings.temporaryDirectory : none;
 }
 
-void Machine::setJobManager(const std::wstring& url, int taskId) {
-    _jobManagerUrl = url;
-    _taskId = taskId;
+void Machine::setDevErrorChecking(bool check) {
+    _settings.devErrorChecking = check;
+    CommunicationLocks::setDevelopmentChecks(check);
 }
 
 std::string Machine::getStateString(NodeState state) {
@@ -464,8 +396,8 @@ void Machine::endJob() {
     const ExitStatus status = getSingleton().getExitStatus();
     if (isParallel() && _globalComm) {
         // No collective clean-up while the job fails: communicators are let go, not freed.
-        for (auto& communicator : _shmemComm) static_cast<void>(communicator.release());
-        for (auto& communicator : _sparseComm) static_cast<void>(communicator.release());
+        if (_scopeComms)
+            _scopeComms.release()->abandon();
         _globalComm.release()->abort(status);
     }
     std::exit(int(status));
@@ -474,7 +406,7 @@ void Machine::endJob() {
 void Machine::startParallelErrorHandler() {
     if (!isParallel())
         return;
-    if (!_threaded) {
+    if (!_settings.threaded) {
         std::printf("All internal errors will be treated as fatal\n");
         std::fflush(stdout);
         return;
@@ -570,6 +502,14 @@ std::string Machine::getStartTime() {
     return Platform::time().localTimeText(startMoment ? startMoment : std::time(nullptr));
 }
 
+std::uint32_t Machine::getPerformanceCriticalLock() {
+    return CommunicationLocks::performanceCritical();
+}
+
+std::uint32_t Machine::getSerialCriticalLock() {
+    return CommunicationLocks::serialCritical();
+}
+
 double Machine::wallTime() {
     return isParallel() ? QMX_MPI_Wtime() : Platform::time().wallSeconds();
 }
@@ -583,17 +523,10 @@ void Machine::reset() {
     _partition = 0;
     _executableName.clear();
     _executablePath.clear();
-    _threaded = true;
-    _useInternalBinding = true;
-    _cpuBindingPolicy = Bandwidth;
-    _cpuBindingContentionTest = true;
-    _threadBindingAttributes = 0;
-    _iodebug = 0;
-    _printpids = false;
+    _settings = {};
     _isProxyServer = false;
     _isProxySessionDaemon = false;
-    _performanceCriticalLock = 0;
-    _serialCriticalLock = 0;
+    CommunicationLocks::reset();
     _host.reset();
 }
 

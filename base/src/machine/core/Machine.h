@@ -4,16 +4,18 @@
 #include <memory>
 #include <string>
 
-#include "machine/core/ExitStatus.h"
 #include "machine/comm/ShmemScope.h"
+#include "machine/core/ExitStatus.h"
+#include "machine/core/MachineSettings.h"
 #include "neo/Subject.h"
 
 namespace tolm {
 
 class Communicator;
 class Error;
-class ParallelErrorHandler;
 class MachineHost;
+class ParallelErrorHandler;
+class ScopeCommunicators;
 class ServerHost;
 class StandardStreamManager;
 class SystemMonitor;
@@ -37,19 +39,17 @@ class Machine {
         Processing = 3,
     };
     enum class ServerType { Solver, Proxy, SessionDaemon };
-    enum CpuBindingPolicy { Bandwidth = 0, Latency = 1, LeastLoad = 2 };
+    using CpuBindingPolicy = MachineSettings::CpuBindingPolicy;
+    static constexpr CpuBindingPolicy Bandwidth = MachineSettings::Bandwidth;
+    static constexpr CpuBindingPolicy Latency = MachineSettings::Latency;
+    static constexpr CpuBindingPolicy LeastLoad = MachineSettings::LeastLoad;
     using ShmemScope = tolm::ShmemScope;
     static constexpr ShmemScope NUMA_SCOPE = tolm::NUMA_SCOPE;
     static constexpr ShmemScope SOCKET_SCOPE = tolm::SOCKET_SCOPE;
     static constexpr ShmemScope HOST_SCOPE = tolm::HOST_SCOPE;
-    // Bits of _threadBindingAttributes.
-    enum ThreadBindingAttribute : std::uint32_t {
-        ThreadBindingOff = 1u,
-        ThreadBindingVerbose = 2u
-    };
-
-    // Option text -> number of argv entries it occupies, for every option the machine took.
-    using ArgumentMap = std::map<std::string, unsigned>;
+    static constexpr std::uint32_t ThreadBindingOff = MachineSettings::ThreadBindingOff;
+    static constexpr std::uint32_t ThreadBindingVerbose = MachineSettings::ThreadBindingVerbose;
+    using ArgumentMap = tolm::ArgumentMap;
 
     class ParallelPerformanceCritical;
     class SerialCritical;
@@ -76,12 +76,9 @@ class Machine {
     // Start-up steps, also callable on their own (tests, tools).
     static void startCommunicators(int argc, char** argv, ArgumentMap& consumed);
     static void parseCommonArgvs(int argc, char** argv, ArgumentMap& consumed);
-    // Start-up step 6 of a parallel run: the shared-memory communicator of every scope and the
-    // sparse communicators over the first process of every shared-memory group. A process whose
-    // binding spans several sockets (NUMA nodes) of its host makes the host's processes share
-    // them out evenly by host rank; otherwise processes of one socket (node) belong together.
-    // Collective over the global communicator; InternalError "host not built yet" before the
-    // host map exists.
+    // Start-up step 6 of a parallel run: the communicators of every shared-memory scope
+    // (ScopeCommunicators). Collective over the global communicator; InternalError "host not
+    // built yet" before the host map exists.
     static void buildShmemCommunicators();
     // Take-down of what startCommunicators and buildShmemCommunicators built: the host map,
     // the scope communicators, the global communicator, then MPI.
@@ -104,9 +101,9 @@ class Machine {
     static MachineHost& getHost();
     // Whether worker threads are bound ("-xthreadbindoff" turns it off) and report their
     // binding ("-xthreadbindverbose").
-    static bool bindThreads() { return !(_threadBindingAttributes & ThreadBindingOff); }
+    static bool bindThreads() { return !(_settings.threadBindingAttributes & ThreadBindingOff); }
     static bool enableThreadBindingVerbosity() {
-        return (_threadBindingAttributes & ThreadBindingVerbose) != 0;
+        return (_settings.threadBindingAttributes & ThreadBindingVerbose) != 0;
     }
     // Lets every thread of the process run where the main thread may: a launcher that binds
     // only the main thread leaves threads started before unbound. Call on the main thread.
@@ -116,34 +113,38 @@ class Machine {
     // LPUs that other jobs of this server hold. True when either was found. Collective.
     static bool testForCpuBindingCollisions(bool verbose);
 
-    // Process-wide settings.
+    // Settings of the run, from the common options (MachineSettings).
+    static const MachineSettings& settings() { return _settings; }
     static const std::string& getExecutableName() { return _executableName; }
     static const std::wstring& getExecutablePath() { return _executablePath; }
-    static bool isThreaded() { return _threaded; }
-    static bool useInternalBinding() { return _useInternalBinding; }
-    static CpuBindingPolicy getCpuBindingPolicy() { return _cpuBindingPolicy; }
-    static bool isCpuBindingContentionTestEnabled() { return _cpuBindingContentionTest; }
-    static void enableCpuBindingContentionTest(bool enable) { _cpuBindingContentionTest = enable; }
-    static std::uint32_t getThreadBindingAttributes() { return _threadBindingAttributes; }
-    static int getIOVerbosityLevel() { return static_cast<int>(_iodebug); }
-    static void setIOVerbosityLevel(int level) { _iodebug = static_cast<std::uint32_t>(level); }
-    static bool getPrintpids() { return _printpids; }
-
-    // Settings of the run.
-    const std::wstring& getTemporaryDirectory() const { return _temporaryDirectory; }
-    void setTemporaryDirectory(const std::wstring& directory);
-    bool hasTemporaryDirectory() const { return _temporaryDirectorySet; }
-    const std::wstring& getJobManagerURL() const { return _jobManagerUrl; }
-    int getTaskId() const { return _taskId; }
-    void setJobManager(const std::wstring& url, int taskId);
-    bool isParallelIo() const { return _parallelIo; }
-    void setParallelIo(bool parallelIo) { _parallelIo = parallelIo; }
-    bool hasDevErrorChecking() const { return _devErrorChecking; }
-    void setDevErrorChecking(bool check) { _devErrorChecking = check; }
-    bool isDeleteOnExit() const { return _deleteOnExit; }
-    void setDeleteOnExit(bool deleteOnExit) { _deleteOnExit = deleteOnExit; }
-    bool isAnalyticsOff() const { return _analyticsOff; }
-    void setAnalyticsOff(bool off) { _analyticsOff = off; }
+    static bool isThreaded() { return _settings.threaded; }
+    static bool useInternalBinding() { return _settings.useInternalBinding; }
+    static CpuBindingPolicy getCpuBindingPolicy() { return _settings.cpuBindingPolicy; }
+    static bool isCpuBindingContentionTestEnabled() { return _settings.cpuBindingContentionTest; }
+    static void enableCpuBindingContentionTest(bool enable) {
+        _settings.cpuBindingContentionTest = enable;
+    }
+    static std::uint32_t getThreadBindingAttributes() { return _settings.threadBindingAttributes; }
+    static int getIOVerbosityLevel() { return static_cast<int>(_settings.ioVerbosity); }
+    static void setIOVerbosityLevel(int level) {
+        _settings.ioVerbosity = static_cast<std::uint32_t>(level);
+    }
+    static bool getPrintpids() { return _settings.printPids; }
+    const std::wstring& getTemporaryDirectory() const;
+    void setTemporaryDirectory(const std::wstring& directory) {
+        _settings.temporaryDirectory = directory;
+    }
+    bool hasTemporaryDirectory() const { return _settings.temporaryDirectory.has_value(); }
+    const std::wstring& getJobManagerURL() const { return _settings.jobManagerUrl; }
+    int getTaskId() const { return _settings.taskId; }
+    bool isParallelIo() const { return _settings.parallelIo; }
+    void setParallelIo(bool parallelIo) { _settings.parallelIo = parallelIo; }
+    bool hasDevErrorChecking() const { return _settings.devErrorChecking; }
+    void setDevErrorChecking(bool check);
+    bool isDeleteOnExit() const { return _settings.deleteOnExit; }
+    void setDeleteOnExit(bool deleteOnExit) { _settings.deleteOnExit = deleteOnExit; }
+    bool isAnalyticsOff() const { return _settings.analyticsOff; }
+    void setAnalyticsOff(bool off) { _settings.analyticsOff = off; }
     bool isDesignStudy() const { return _designStudy; }
     bool isDesignManager() const { return _designManager; }
     ServerType getServerType() const { return _serverType; }
@@ -187,24 +188,22 @@ class Machine {
     // Critical-section checks; see ParallelPerformanceCritical and SerialCritical.
     static void assertNotParallelPerformanceCritical(const char* where);
     static void assertNotSerialCritical(const char* where);
-    static std::uint32_t getPerformanceCriticalLock() { return _performanceCriticalLock; }
-    static std::uint32_t getSerialCriticalLock() { return _serialCriticalLock; }
-    static void handleFailedPerformanceCriticalTest(const char* where);
+    static std::uint32_t getPerformanceCriticalLock();
+    static std::uint32_t getSerialCriticalLock();
 
     // Returns every static to its initial value and destroys the singleton. For tests and
     // tools that start the machine more than once in one process.
     static void reset();
 
   private:
-    friend class CommonArgvParser;
     friend class ParallelErrorHandler;
 
     Machine();
     static void startMpi(int argc, char** argv, ArgumentMap& consumed);
     static void startHost();
-    // The socket or NUMA-node communicators, made from the host's shared-memory communicator.
-    static void buildScopeCommunicator(ShmemScope scope);
-    static void buildSparseCommunicators();
+    // What the parsed settings configure elsewhere: the memory monitor, the MPI names, the
+    // development checks of communication.
+    static void applySettings();
     // Start-up step 5: binds the processes and reports the binding (options in `consumed`).
     static void bindProcessors(const ArgumentMap& consumed);
     static void recordDesignFlags(int argc, char** argv);
@@ -227,35 +226,18 @@ class Machine {
     static std::uint32_t _partition;
     static std::string _executableName;
     static std::wstring _executablePath;
-    static bool _threaded;
-    static bool _useInternalBinding;
-    static CpuBindingPolicy _cpuBindingPolicy;
-    static bool _cpuBindingContentionTest;
-    static std::uint32_t _threadBindingAttributes;
-    static std::uint32_t _iodebug;
-    static bool _printpids;
+    static MachineSettings _settings;
     static bool _isProxyServer;
     static bool _isProxySessionDaemon;
-    static std::uint32_t _performanceCriticalLock;
-    static std::uint32_t _serialCriticalLock;
     static std::unique_ptr<Communicator> _globalComm;
-    static std::unique_ptr<Communicator> _shmemComm[numberOfShmemScopes];
-    static std::unique_ptr<Communicator> _sparseComm[numberOfShmemScopes];
+    static std::unique_ptr<ScopeCommunicators> _scopeComms;
     static std::unique_ptr<MachineHost> _host;
     static std::unique_ptr<ServerHost> _serverHost;
     static std::unique_ptr<SystemMonitor> _systemMonitor;
 
     std::unique_ptr<ParallelErrorHandler> _parallelErrorHandler;
     ExitStatus _exitStatus;
-    std::wstring _jobManagerUrl;
-    int _taskId = 0;
-    bool _devErrorChecking = true;
-    bool _deleteOnExit = false;
-    bool _temporaryDirectorySet = false;
-    std::wstring _temporaryDirectory;
-    bool _analyticsOff = false;
     std::unique_ptr<StandardStreamManager> _standardStreamManager;
-    bool _parallelIo = false;
     std::unique_ptr<OnExitObservable> _onExitObservable;
     bool _designStudy = false;
     bool _designManager = false;

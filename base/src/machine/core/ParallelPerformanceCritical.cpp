@@ -3,11 +3,9 @@
 #include <cctype>
 #include <cstdio>
 
+#include "machine/comm/CommunicationLocks.h"
 #include "neo/InternalError.h"
 #include "neo/TolmVersion.h"
-#include "platform/Platform.h"
-#include "platform/ProcessInfo.h"
-#include "platform/Thread.h"
 
 namespace tolm {
 namespace {
@@ -25,30 +23,21 @@ void printLine(const char* line) {
 
 Machine::ParallelPerformanceCritical::ParallelPerformanceCritical() {
     if (Thread::isMain())
-        ++_performanceCriticalLock;
+        CommunicationLocks::enterPerformanceCritical();
 }
 
 Machine::ParallelPerformanceCritical::~ParallelPerformanceCritical() {
-    if (!Thread::isMain())
-        return;
-    if (_performanceCriticalLock == 0) {
-        printLine("Warning : PerformanceCritical lock out of synch..");
-        std::fflush(stdout);
-        return;
-    }
-    --_performanceCriticalLock;
+    CommunicationLocks::leavePerformanceCritical();
 }
 
 Machine::ParallelPerformanceCritical::Exemption::Exemption() {
-    if (!Thread::isMain())
-        return;
-    _savedCount = _performanceCriticalLock;
-    _performanceCriticalLock = 0;
+    if (Thread::isMain())
+        _savedCount = CommunicationLocks::suspendPerformanceCritical();
 }
 
 Machine::ParallelPerformanceCritical::Exemption::~Exemption() {
     if (Thread::isMain())
-        _performanceCriticalLock += _savedCount;
+        CommunicationLocks::resumePerformanceCritical(_savedCount);
 }
 
 Machine::ParallelPerformanceCritical::TemporaryExemption::TemporaryExemption(
@@ -60,15 +49,13 @@ Machine::ParallelPerformanceCritical::TemporaryExemption::TemporaryExemption(
                     "ParallelPerformanceCritical::TemporaryExemption!");
     }
     addExemption(*this);
-    if (!Thread::isMain())
-        return;
-    _savedCount = _performanceCriticalLock;
-    _performanceCriticalLock = 0;
+    if (Thread::isMain())
+        _savedCount = CommunicationLocks::suspendPerformanceCritical();
 }
 
 Machine::ParallelPerformanceCritical::TemporaryExemption::~TemporaryExemption() {
     if (Thread::isMain())
-        _performanceCriticalLock += _savedCount;
+        CommunicationLocks::resumePerformanceCritical(_savedCount);
 }
 
 bool Machine::ParallelPerformanceCritical::TemporaryExemption::isJiraId(const std::string& id) {
@@ -116,33 +103,7 @@ Observer& Machine::ParallelPerformanceCritical::TemporaryExemption::getExitObser
 }
 
 void Machine::assertNotParallelPerformanceCritical(const char* where) {
-    if (_performanceCriticalLock != 0)
-        handleFailedPerformanceCriticalTest(where);
-}
-
-void Machine::handleFailedPerformanceCriticalTest(const char* where) {
-    if (!getSingleton().hasDevErrorChecking() || !TolmVersion::isDevelopmentVersion() ||
-        _performanceCriticalLock == 0) {
-        return;
-    }
-    for (const char* line : {"PerformanceCriticalLock detected:",
-                             "  This message is generated when communication is invoked",
-                             "  in a performance critical section of code. Critical sections",
-                             "  include Term::eval(FvBoundary&), Term::eval(FvRegion&).",
-                             "  Communication should be moved outside the critical section",
-                             "  using existing patterns such as a two-pass Term."}) {
-        printLine(line);
-    }
-    const auto backTrace = Platform::process().backTrace(1);
-    if (!backTrace.empty()) {
-        std::string text;
-        for (const auto& frame : backTrace)
-            text += "\n  " + frame;
-        std::printf("Back trace : %s\n", text.c_str());
-    }
-    std::fflush(stdout);
-    TOLM_ASSERT(!_performanceCriticalLock,
-                std::string("Communication in a performance critical section: ") + where);
+    CommunicationLocks::reportPerformanceCritical(where);
 }
 
 }  // namespace tolm

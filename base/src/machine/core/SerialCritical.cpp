@@ -1,30 +1,21 @@
 #include "machine/core/SerialCritical.h"
 
-#include <cstdio>
-
+#include "machine/comm/CommunicationLocks.h"
 #include "neo/InternalError.h"
-#include "platform/Thread.h"
 
 namespace tolm {
 
 Machine::SerialCritical::SerialCritical() {
     if (Thread::isMain())
-        ++_serialCriticalLock;
+        CommunicationLocks::enterSerialCritical();
 }
 
 Machine::SerialCritical::~SerialCritical() {
-    if (!Thread::isMain())
-        return;
-    if (_serialCriticalLock == 0) {
-        std::printf("Warning : SerialCritical lock out of synch..\n");
-        std::fflush(stdout);
-        return;
-    }
-    --_serialCriticalLock;
+    CommunicationLocks::leaveSerialCritical();
 }
 
 void Machine::assertNotSerialCritical(const char* where) {
-    if (_serialCriticalLock != 0) {
+    if (CommunicationLocks::serialCritical() != 0) {
         throw InternalError(where, "!_serialCriticalLock", __FILE__, __LINE__);
     }
 }

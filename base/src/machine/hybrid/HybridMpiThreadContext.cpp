@@ -12,7 +12,7 @@
 #include "machine/topology/AffinityRelaxer.h"
 #include "machine/comm/Communicator.h"
 #include "machine/topology/CpuTopology.h"
-#include "machine/core/FieldLoopState.h"
+#include "machine/comm/FieldLoopState.h"
 #include "machine/hybrid/HybridMachine.h"
 #include "machine/hybrid/HybridMpiThreadOperation.h"
 #include "machine/core/Machine.h"

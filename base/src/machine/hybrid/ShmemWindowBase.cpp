@@ -1,4 +1,4 @@
-#include "machine/comm/ShmemWindowBase.h"
+#include "machine/hybrid/ShmemWindowBase.h"
 
 #include "machine/comm/Communicator.h"
 #include "machine/core/Machine.h"

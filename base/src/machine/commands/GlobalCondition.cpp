@@ -1,4 +1,4 @@
-#include "machine/comm/GlobalCondition.h"
+#include "machine/commands/GlobalCondition.h"
 
 #include "machine/comm/Communicator.h"
 #include "machine/core/Machine.h"

@@ -2,7 +2,7 @@
 #include <cstddef>
 #include <type_traits>
 
-#include "machine/comm/ShmemWindowBase.h"
+#include "machine/hybrid/ShmemWindowBase.h"
 
 namespace tolm {
 
