@@ -4,13 +4,15 @@
 #                                  temporary directory, starts munged, slurmctld and slurmd on
 #                                  free ports, all their state, spool, logs and sockets in that
 #                                  directory, and waits until the node is idle;
-#   slurm-cluster.sh stop STATE    ends every job, stops the daemons and removes the directory.
+#   slurm-cluster.sh stop STATE    ends every job, stops the daemons and every process left with
+#                                  the cluster's configuration, and removes the directory.
 # One node, this machine, with the CPUs and memory slurmd finds here: several slurmds on one
 # kernel would share the same CPUs and processes, so a second node would add nothing real.
 # Nothing of the system's own Slurm or munge configuration is read or changed. STATE receives
 # key=value lines: dir, conf (the configuration, for SLURM_CONF), partition, node, cpus and
-# pids (the daemons); "skip=<reason>" when Slurm cannot run here (not root, not installed),
-# "error=<reason>" when it was there but did not start. start never fails, so that the tests
+# pids (the daemons); "skip=<reason>" when Slurm cannot run here (not root, not installed,
+# munged refuses this system or slurmd finds no node in it), "error=<reason>" when the
+# daemons with the generated configuration did not bring the node up. start never fails, so that the tests
 # can say why; a failed start removes what it made.
 set -uo pipefail
 
@@ -31,6 +33,12 @@ fail() {
     echo "Slurm failed: $*" >&2
     stop
     exit 0
+}
+
+# A skip after start made things: removes them first.
+refuse() {
+    stop
+    skip "$@"
 }
 
 # The last lines of log $1, for a failure's reason.
@@ -60,6 +68,10 @@ SlurmdUser=root
 AuthType=auth/munge
 CredType=cred/munge
 AuthInfo=socket=$dir/munge.socket
+# Job numbers of their own: PMIx names its per-job files after them, and another private
+# cluster may run beside this one.
+FirstJobId=$((1000 + RANDOM * 30))
+TmpFS=$dir/tmp
 StateSaveLocation=$dir/state
 SlurmdSpoolDir=$dir/spool
 SlurmctldPidFile=$dir/slurmctld.pid
@@ -112,7 +124,19 @@ await_idle_node() {
     return 1
 }
 
+# Kills every process started with configuration $1: the daemons' environment passes it to
+# the step daemons and to the tasks they start.
+end_processes_of() {
+    local environ pid
+    for environ in /proc/[0-9]*/environ; do
+        pid=${environ#/proc/}
+        pid=${pid%/environ}
+        tr '\0' '\n' 2>/dev/null <"$environ" | grep -qxF "SLURM_CONF=$1" && kill -9 "$pid" 2>/dev/null
+    done
+}
+
 start() {
+    stop  # a run whose stop never came, as when ctest repeats the start
     rm -f "$state"
     [[ $(id -u) -eq 0 ]] || skip "needs root to run slurmd, which starts jobs as their users"
     local program
@@ -124,13 +148,13 @@ start() {
     dir=$(mktemp -d "${TMPDIR:-/tmp}/tolm-slurm-XXXXXX") || skip "no temporary directory"
     echo "dir=$dir" >"$state"
     trap 'fail "interrupted"' INT TERM
-    mkdir -p "$dir/state" "$dir/spool" || fail "cannot make the state directories"
-    start_munge "$dir" || fail "munged did not start: $(log_tail "$dir/munged.log")"
+    mkdir -p "$dir/state" "$dir/spool" "$dir/tmp" || fail "cannot make the state directories"
+    start_munge "$dir" || refuse "munged did not start: $(log_tail "$dir/munged.log")"
     local port node_line
     port=$(free_ports) || fail "no free ports"
     # The node as slurmd finds this machine: its CPUs, cores and memory.
     node_line=$(slurmd -C 2>/dev/null | head -n 1)
-    [[ $node_line == NodeName=* ]] || fail "slurmd -C found no node: $node_line"
+    [[ $node_line == NodeName=* ]] || refuse "slurmd -C found no node: $node_line"
     write_slurm_conf "$dir" "$port" "$node_line"
     export SLURM_CONF=$dir/slurm.conf
     slurmctld -D -i </dev/null >/dev/null 2>&1 &
@@ -149,6 +173,7 @@ start() {
 
 stop() {
     local dir pid
+    unset SLURM_CONF  # the sweep below must not match this script's own children
     dir=$(value dir)
     if [[ -n $dir && -f $dir/slurm.conf ]]; then
         SLURM_CONF=$dir/slurm.conf scancel --full --partition="$partition" 2>/dev/null
@@ -159,6 +184,7 @@ stop() {
         for _ in $(seq 50); do alive "$pid" || break; sleep 0.1; done
         alive "$pid" && kill -9 "$pid" 2>/dev/null
     done
+    [[ -n $dir ]] && end_processes_of "$dir/slurm.conf"
     [[ -n $dir && -d $dir ]] && rm -rf "$dir"
     # A failed start keeps its reason for the tests.
     grep -q '^\(skip\|error\)=' "$state" 2>/dev/null || rm -f "$state"
