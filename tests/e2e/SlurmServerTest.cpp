@@ -3,8 +3,8 @@
 // inside an allocation, batch jobs, the binding within the CPUs Slurm gives the tasks, a
 // failing rank's exit code as Slurm records it, and scancel.
 #include <gtest/gtest.h>
-#include <signal.h>
 
+#include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -127,8 +127,8 @@ class Slurm : public testing::Test {
         static const std::set<std::string> active{"PENDING", "CONFIGURING", "RUNNING",
                                                   "COMPLETING"};
         std::map<std::string, std::string> record;
-        const bool ended = eventually(
-            [&] { return !active.count((record = jobRecord(id))["JobState"]); }, 90);
+        const bool ended =
+            eventually([&] { return !active.count((record = jobRecord(id))["JobState"]); }, 90);
         EXPECT_TRUE(ended) << "job " << id << " still " << record["JobState"];
         return record;
     }
@@ -141,8 +141,7 @@ class Slurm : public testing::Test {
         std::string line;
         std::getline(lines, line);  // the heading
         for (unsigned pid; lines >> pid && std::getline(lines, line);) {
-            const std::string name =
-                test::readTextFile("/proc/" + std::to_string(pid) + "/comm");
+            const std::string name = test::readTextFile("/proc/" + std::to_string(pid) + "/comm");
             if (name == "tolm-server\n")
                 pids.push_back(pid);
         }
@@ -199,14 +198,15 @@ TEST_F(Slurm, TheBindingStaysWithinTheCpusOfEachTask) {
     const std::string last = std::to_string(cpus() - 1);
     // Slurm gives the one task every CPU and binds it to the last: the machine's own choice,
     // LPU 0 first, is not among them.
-    auto result = test::runChild(
-        srun(openMpiDirect, {"--ntasks=1", "--cpus-per-task=" + std::to_string(cpus()),
-                             "--cpu-bind=map_cpu:" + last},
-             {"-cpubindverbose"}),
-        "", 60);
+    auto result = test::runChild(srun(openMpiDirect,
+                                      {"--ntasks=1", "--cpus-per-task=" + std::to_string(cpus()),
+                                       "--cpu-bind=map_cpu:" + last},
+                                      {"-cpubindverbose"}),
+                                 "", 60);
     std::printf("%s", result.out.c_str());
     EXPECT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_EQ(reportedLpus(result.out), (std::map<unsigned, std::string>{{0, "bound to LPU " + last}}))
+    EXPECT_EQ(reportedLpus(result.out),
+              (std::map<unsigned, std::string>{{0, "bound to LPU " + last}}))
         << result.out;
 
     // The machine leaves the binding to Slurm: the report shows Slurm's.
@@ -261,21 +261,19 @@ TEST_F(Slurm, ABatchJobLeavesTheDemoBatchsResponsesInItsOutput) {
 // The rank's MPI_Abort code reaches Slurm through PMIx (Slurm's PMI-2 plugin kills the step
 // on an abort and keeps no code).
 TEST_F(Slurm, ANonRecoverableErrorOnOneRankEndsTheJobWith32) {
-    const auto submitted =
-        submit(srun(openMpiDirect, {}, {}),
-               "{\"command\":\"Fail\",\"ranks\":[2],\"nonRecoverable\":true}\n");
+    const auto submitted = submit(srun(openMpiDirect, {}, {}),
+                                  "{\"command\":\"Fail\",\"ranks\":[2],\"nonRecoverable\":true}\n");
     ASSERT_EQ(submitted.exitCode, 0) << submitted.err;
     auto record = endedJob(submitted.out);
     EXPECT_EQ(record["JobState"], "FAILED");
     EXPECT_EQ(record["ExitCode"], "32:0");
-    EXPECT_NE(jobOutput(submitted.out).find("Error: Command failed on rank 2\n"),
-              std::string::npos)
+    EXPECT_NE(jobOutput(submitted.out).find("Error: Command failed on rank 2\n"), std::string::npos)
         << jobOutput(submitted.out);
 }
 
 TEST_F(Slurm, ScancelEndsEveryProcessOfTheJob) {
-    const auto submitted = submit(srun(openMpiDirect, {}, {}),
-                                  "{\"command\":\"Sleep\",\"seconds\":300}\n");
+    const auto submitted =
+        submit(srun(openMpiDirect, {}, {}), "{\"command\":\"Sleep\",\"seconds\":300}\n");
     ASSERT_EQ(submitted.exitCode, 0) << submitted.err;
     const std::string id = submitted.out;
     std::vector<unsigned> pids;
@@ -283,8 +281,7 @@ TEST_F(Slurm, ScancelEndsEveryProcessOfTheJob) {
         << "the job's 4 ranks did not start: " << jobOutput(id);
     const auto cancelled = test::runChild({"scancel", id});
     ASSERT_EQ(cancelled.exitCode, 0) << cancelled.err;
-    EXPECT_TRUE(eventually(
-        [&] { return std::none_of(pids.begin(), pids.end(), running); }, 30))
+    EXPECT_TRUE(eventually([&] { return std::none_of(pids.begin(), pids.end(), running); }, 30))
         << "a rank outlived scancel";
     EXPECT_TRUE(eventually([&] { return jobRecord(id)["JobState"] == "CANCELLED"; }, 30))
         << jobRecord(id)["JobState"];
