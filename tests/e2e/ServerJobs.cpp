@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <sstream>
 
 #include "platform/StringHelper.h"
@@ -45,6 +46,17 @@ std::vector<Properties> responses(const std::string& out) {
             parsed.emplace_back(line);
     }
     return parsed;
+}
+
+FixtureState readFixtureState(const char* path) {
+    FixtureState state;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        const auto equals = line.find('=');
+        if (equals != std::string::npos)
+            state[line.substr(0, equals)] = line.substr(equals + 1);
+    }
+    return state;
 }
 
 }  // namespace tolm::test

@@ -2,6 +2,7 @@
 // Running tolm-server as an MPI job under either MPI's launcher, and reading its answers.
 #include <gtest/gtest.h>
 
+#include <map>
 #include <ostream>
 #include <string>
 #include <vector>
@@ -46,5 +47,9 @@ ChildResult runJob(const Job& job, const std::vector<std::string>& serverArgumen
                    const std::string& input = "");
 // The JSON lines of the server's standard output.
 std::vector<Properties> responses(const std::string& out);
+
+// The key=value lines a fixture script left in its state file (none when it is missing).
+using FixtureState = std::map<std::string, std::string>;
+FixtureState readFixtureState(const char* path);
 
 }  // namespace tolm::test
