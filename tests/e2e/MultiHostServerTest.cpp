@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
-#include <fstream>
 #include <map>
 #include <regex>
 
@@ -15,18 +14,6 @@ namespace tolm {
 namespace {
 
 using State = std::map<std::string, std::string>;
-
-// The key=value lines network-hosts.sh left in its state file.
-State fixtureState() {
-    State state;
-    std::ifstream file(TOLM_NETWORK_STATE);
-    for (std::string line; std::getline(file, line);) {
-        const auto equals = line.find('=');
-        if (equals != std::string::npos)
-            state[line.substr(0, equals)] = line.substr(equals + 1);
-    }
-    return state;
-}
 
 // The launcher's options that spread 2 ranks on each host and start them through the private
 // ssh, with MPI's own connections kept on the bridge.
@@ -61,7 +48,7 @@ const char* const solve = "{\"command\":\"Solve\",\"n\":96,\"iterations\":60,\"r
 class MultiHost : public testing::TestWithParam<test::Job> {
   protected:
     void SetUp() override {
-        _state = fixtureState();
+        _state = test::readKeyValueFile(TOLM_NETWORK_STATE);
         if (_state.empty())
             GTEST_SKIP() << "no network hosts: " TOLM_NETWORK_STATE
                             " is missing (run through ctest)";
