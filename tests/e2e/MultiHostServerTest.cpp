@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <map>
 #include <regex>
 
 #include "ServerJobs.h"
@@ -12,7 +13,7 @@
 namespace tolm {
 namespace {
 
-using State = test::FixtureState;
+using State = std::map<std::string, std::string>;
 
 // The launcher's options that spread 2 ranks on each host and start them through the private
 // ssh, with MPI's own connections kept on the bridge.
@@ -47,7 +48,7 @@ const char* const solve = "{\"command\":\"Solve\",\"n\":96,\"iterations\":60,\"r
 class MultiHost : public testing::TestWithParam<test::Job> {
   protected:
     void SetUp() override {
-        _state = test::readFixtureState(TOLM_NETWORK_STATE);
+        _state = test::readKeyValueFile(TOLM_NETWORK_STATE);
         if (_state.empty())
             GTEST_SKIP() << "no network hosts: " TOLM_NETWORK_STATE
                             " is missing (run through ctest)";

@@ -1,28 +1,22 @@
 #include <gtest/gtest.h>
 
-#include <sstream>
-
-#include "neo/Properties.h"
-#include "support/ChildRun.h"
+#include "ServerJobs.h"
 
 namespace tolm {
 namespace {
 
 using test::ChildResult;
+using test::responses;
 using test::runChild;
 
+// In a host of its own where the system permits: servers of other tests running beside it would
+// make it warn of CPU contention on standard error, which these cases compare whole.
 ChildResult runServer(std::vector<std::string> arguments, const std::string& input = "") {
+    static const bool ownHost = runChild({"unshare", "--uts", "true"}).exitCode == 0;
     arguments.insert(arguments.begin(), TOLM_SERVER_PATH);
+    if (ownHost)
+        arguments.insert(arguments.begin(), {"unshare", "--uts"});
     return runChild(arguments, input, 30);
-}
-
-std::vector<Properties> responses(const std::string& out) {
-    std::vector<Properties> parsed;
-    std::istringstream lines(out);
-    std::string line;
-    while (std::getline(lines, line))
-        parsed.emplace_back(line);
-    return parsed;
 }
 
 class SerialServer : public ::testing::Test {
@@ -51,12 +45,6 @@ TEST_F(SerialServer, RunsABatchAndExitsZero) {
               "3.5");
 }
 
-TEST_F(SerialServer, ReadsStandardInputWithoutBatch) {
-    const auto result = runServer({"-s"}, "{\"command\":\"Echo\",\"n\":1}");
-    EXPECT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_EQ(result.out, "{\"command\":\"Echo\",\"n\":1}\n");
-}
-
 TEST_F(SerialServer, BadLinesAreAnsweredAndTheBatchGoesOn) {
     const auto result =
         runServer({"-s", "-batch",
@@ -64,22 +52,13 @@ TEST_F(SerialServer, BadLinesAreAnsweredAndTheBatchGoesOn) {
                          "{\"command\":\"Echo\",\"last\":true}\n")});
     EXPECT_EQ(result.exitCode, 1) << "failed commands mark the run with the server-error code";
     const auto answers = responses(result.out);
-    ASSERT_EQ(answers.size(), 4u) << result.out;
-    EXPECT_EQ(answers[1].get<std::string>("message"),
-              "Malformed command on line 2: Malformed properties text: not valid JSON");
-    EXPECT_EQ(answers[2].get<std::string>("message"), "Unknown command: NoSuchCommand");
+    ASSERT_EQ(answers.size(), 4u) << result.out;  // their texts: ControllerTest
     EXPECT_TRUE(answers[3].get<bool>("last"));
 }
 
 TEST_F(SerialServer, OptionErrorsExitWithTheInvalidArgumentCode) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{"-s", "-tmpdir"}, "Missing -tmpdir arg"},
-        {{"-s", "-param", "a"}, "Missing -param arg arg"},
-        {{"-s", "-cpubind", "Latency"},
-         "-cpubind argument must be latency/leastload/disable (don't specify anything for "
-         "bandwidth)"},
-        {{"-s", "-taskid", "0", "-jobmanagerurl", "http://jm"},
-         "Both -jobmanagerurl and -taskid must be specified when using Job Manager"},
         {{"-s", "-batch"}, "Missing -batch arg"},
         {{"-mpi", "nosuchmpi"}, "Unknown MPI driver: nosuchmpi"},
         {{"-mpidriver"}, "Missing -mpidriver arg"},

@@ -48,15 +48,4 @@ std::vector<Properties> responses(const std::string& out) {
     return parsed;
 }
 
-FixtureState readFixtureState(const char* path) {
-    FixtureState state;
-    std::ifstream file(path);
-    for (std::string line; std::getline(file, line);) {
-        const auto equals = line.find('=');
-        if (equals != std::string::npos)
-            state[line.substr(0, equals)] = line.substr(equals + 1);
-    }
-    return state;
-}
-
 }  // namespace tolm::test

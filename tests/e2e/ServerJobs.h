@@ -48,8 +48,4 @@ ChildResult runJob(const Job& job, const std::vector<std::string>& serverArgumen
 // The JSON lines of the server's standard output.
 std::vector<Properties> responses(const std::string& out);
 
-// The key=value lines a fixture script left in its state file (none when it is missing).
-using FixtureState = std::map<std::string, std::string>;
-FixtureState readFixtureState(const char* path);
-
 }  // namespace tolm::test

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
+#include <map>
 #include <fstream>
 #include <regex>
 #include <set>
@@ -15,6 +16,7 @@
 #include <thread>
 
 #include "ServerJobs.h"
+#include "support/ChildRun.h"
 #include "platform/StringHelper.h"
 
 namespace tolm {
@@ -68,7 +70,7 @@ const std::string hostMap = "{\"command\":\"HostMap\"}\n";
 class Slurm : public testing::Test {
   protected:
     void SetUp() override {
-        _state = test::readFixtureState(TOLM_SLURM_STATE);
+        _state = test::readKeyValueFile(TOLM_SLURM_STATE);
         if (_state.empty())
             GTEST_SKIP() << "no Slurm cluster: " TOLM_SLURM_STATE " is missing (run through ctest)";
         if (_state.count("skip"))
@@ -148,7 +150,7 @@ class Slurm : public testing::Test {
         return pids;
     }
 
-    test::FixtureState _state;
+    std::map<std::string, std::string> _state;
     std::string _dir;
 };
 

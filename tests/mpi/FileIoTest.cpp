@@ -21,7 +21,9 @@ std::string jobFileName(const char* stem) {
         .string();
 }
 
-TEST(FileIo, CollectiveWritesAndReadsRoundTripEveryRanksBlock) {
+// What is read back is checked at the ParallelFile level (ParallelFileTest); here the
+// status, size and deletion the wrapper passes on.
+TEST(FileIo, CollectiveWriteReportsItsCountAndTheFileItsSize) {
     constexpr int block = 64;
     const int rank = worldRank();
     const int size = worldSize();
@@ -48,15 +50,6 @@ TEST(FileIo, CollectiveWritesAndReadsRoundTripEveryRanksBlock) {
     QMX_MPI_Offset fileSize = 0;
     ASSERT_QMX_OK(QMX_MPI_File_get_size(file, &fileSize));
     EXPECT_EQ(size * blockBytes, fileSize);
-
-    const int other = (rank + 1) % size;
-    std::vector<int> read(block, -1);
-    ASSERT_QMX_OK(QMX_MPI_File_read_at_all(file, other * blockBytes, read.data(), block,
-                                           QMX_MPI_INT, QMX_MPI_STATUS_IGNORE));
-    EXPECT_EQ(payloads(other, block), read);
-    ASSERT_QMX_OK(QMX_MPI_File_read_at(file, rank * blockBytes + 4, read.data(), 1, QMX_MPI_INT,
-                                       QMX_MPI_STATUS_IGNORE));
-    EXPECT_EQ(payload(rank, 1), read[0]);
 
     ASSERT_QMX_OK(QMX_MPI_File_close(&file));
     EXPECT_EQ(QMX_MPI_FILE_NULL, file);

@@ -50,31 +50,6 @@ TEST(PointToPoint, RingExchangeReportsSourceTagAndCounts) {
     ASSERT_QMX_OK(QMX_MPI_Type_free(&threeDoubles));
 }
 
-TEST(PointToPoint, ProbesReportTheMessageBeforeItIsReceived) {
-    const int rank = worldRank();
-    const std::vector<int> sent(static_cast<std::size_t>(rank) + 1, payload(rank, 0));
-    int request = QMX_MPI_REQUEST_NULL;
-    ASSERT_QMX_OK(QMX_MPI_Isend(sent.data(), rank + 1, QMX_MPI_INT, rightNeighbour(), 40 + rank,
-                                QMX_MPI_COMM_WORLD, &request));
-    QMX_MPI_Status_struct status{};
-    int found = 0;
-    while (!found) {
-        ASSERT_QMX_OK(
-            QMX_MPI_Iprobe(leftNeighbour(), QMX_MPI_ANY_TAG, QMX_MPI_COMM_WORLD, &found, &status));
-    }
-    ASSERT_QMX_OK(
-        QMX_MPI_Probe(QMX_MPI_ANY_SOURCE, 40 + leftNeighbour(), QMX_MPI_COMM_WORLD, &status));
-    EXPECT_EQ(leftNeighbour(), status.MPI_SOURCE);
-    int count = 0;
-    ASSERT_QMX_OK(QMX_MPI_Get_count(&status, QMX_MPI_INT, &count));
-    EXPECT_EQ(leftNeighbour() + 1, count);
-    std::vector<int> received(static_cast<std::size_t>(count));
-    ASSERT_QMX_OK(QMX_MPI_Recv(received.data(), count, QMX_MPI_INT, status.MPI_SOURCE,
-                               status.MPI_TAG, QMX_MPI_COMM_WORLD, QMX_MPI_STATUS_IGNORE));
-    EXPECT_EQ(std::vector<int>(received.size(), payload(leftNeighbour(), 0)), received);
-    ASSERT_QMX_OK(QMX_MPI_Wait(&request, QMX_MPI_STATUS_IGNORE));
-}
-
 // 256 receives and 256 sends in flight at once, sent in the reverse order of the receives.
 void exchangeManyMessages(int& highestHandle) {
     constexpr int messages = 256;

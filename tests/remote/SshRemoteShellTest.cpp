@@ -5,28 +5,15 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <map>
-
 #include "neo/SingletonCleaner.h"
 #include "platform/StringHelper.h"
 #include "remote/ReportedLaunch.h"
+#include "support/ChildRun.h"
 
 namespace tolm {
 namespace {
 
 using Lines = std::vector<std::string>;
-
-// The key=value lines the fixture left in its state file.
-std::map<std::string, std::string> fixtureState() {
-    std::map<std::string, std::string> state;
-    std::ifstream file(TOLM_SSHD_STATE);
-    for (std::string line; std::getline(file, line);) {
-        const auto equals = line.find('=');
-        if (equals != std::string::npos) state[line.substr(0, equals)] = line.substr(equals + 1);
-    }
-    return state;
-}
 
 // A port on 127.0.0.1 where nothing listens (free when this returns).
 int closedPort() {
@@ -50,7 +37,7 @@ std::string sshCommand(const std::string& port, const std::string& key) {
 class SshRemoteShell : public ::testing::Test {
 protected:
     void SetUp() override {
-        auto state = fixtureState();
+        auto state = test::readKeyValueFile(TOLM_SSHD_STATE);
         if (state.empty()) {
             GTEST_SKIP() << "no sshd: " TOLM_SSHD_STATE " is missing (run through ctest)";
         }
@@ -76,18 +63,6 @@ TEST_F(SshRemoteShell, LinesOfARemoteCommandComeBackThroughAReporter) {
     EXPECT_EQ(status, 0);
     EXPECT_EQ(test::runReported(launcher, L"127.0.0.1", L"", {L"exit", L"3"}, status), Lines{});
     EXPECT_EQ(status, 3);
-}
-
-TEST_F(SshRemoteShell, OutputBeyondTheBufferAndAnUnfinishedLastLineArriveWhole) {
-    auto& launcher = test::launcherFromRshOption(_command);
-    int status = -1;
-    const Lines lines =
-        test::runReported(launcher, L"127.0.0.1", _user,
-                          {L"head", L"-c", L"300000", L"/dev/zero", L"|", L"tr", L"'\\0'", L"x;",
-                           L"echo;", L"echo", L"next;", L"printf", L"last"},
-                          status);
-    EXPECT_EQ(lines, (Lines{std::string(300000, 'x'), "next", "last"}));
-    EXPECT_EQ(status, 0);
 }
 
 TEST(SshRemoteShellFailure, AHostThatRefusesGivesSshsReasonAndStatus) {

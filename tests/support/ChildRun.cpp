@@ -63,6 +63,17 @@ std::string readTextFile(const std::string& path) {
     return text.str();
 }
 
+std::map<std::string, std::string> readKeyValueFile(const std::string& path) {
+    std::map<std::string, std::string> values;
+    std::ifstream file(path);
+    for (std::string line; std::getline(file, line);) {
+        const auto equals = line.find('=');
+        if (equals != std::string::npos)
+            values[line.substr(0, equals)] = line.substr(equals + 1);
+    }
+    return values;
+}
+
 void writeTextFile(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary | std::ios::trunc) << text;
 }

@@ -1,4 +1,5 @@
 #pragma once
+#include <map>
 #include <string>
 #include <vector>
 
@@ -23,5 +24,7 @@ std::string makeTemporaryDirectory();
 void writeTextFile(const std::string& path, const std::string& text);
 // All of `path` ("" when it cannot be read).
 std::string readTextFile(const std::string& path);
+// The key=value lines of `path`, as the test fixtures' scripts leave them (none when missing).
+std::map<std::string, std::string> readKeyValueFile(const std::string& path);
 
 }  // namespace tolm::test

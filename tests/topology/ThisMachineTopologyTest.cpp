@@ -1,17 +1,15 @@
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <string>
 
 #include "machine/topology/CpuTopology.h"
+#include "topology/BindingTestSupport.h"
 #include "topology/TopologyTestSupport.h"
 
 namespace tolm {
 namespace {
-
-using test::describe;
 
 // The number hwloc-calc prints for `what` (e.g. "pu"), counting disallowed processors too;
 // -1 when the tool is missing.
@@ -36,13 +34,7 @@ TEST(ThisMachineTopology, DiscoveryMatchesTheOperatingSystem) {
     EXPECT_LE(topology.getNumberPhysicalCores(), topology.getNumberLpus());
 
     // Every processor this process runs on is one it may use.
-    cpu_set_t running;
-    ASSERT_EQ(sched_getaffinity(0, sizeof running, &running), 0);
-    AffinityMask runningMask;
-    for (unsigned cpu = 0; cpu < CPU_SETSIZE; ++cpu)
-        if (CPU_ISSET(cpu, &running))
-            runningMask.set(cpu);
-    EXPECT_TRUE(runningMask.isIncludedIn(topology.getAllowedMask()));
+    EXPECT_TRUE(test::threadAffinityFromSystem().isIncludedIn(topology.getAllowedMask()));
     EXPECT_EQ(topology.restrictToAvailableResources(topology.getTopologyMask()),
               topology.getAllowedMask());
     EXPECT_FALSE(topology.getLpusFromMask(topology.getAllowedMask()).empty());
@@ -63,14 +55,6 @@ TEST(ThisMachineTopology, CountsMatchHwlocCalc) {
     if (topology.reliableSocketInformationAvailable()) {
         EXPECT_EQ(static_cast<int>(topology.getNumberSockets()), hwlocCalcCount("package"));
     }
-}
-
-// What one process of a host discovers and exports, the others rebuild identically.
-TEST(ThisMachineTopology, ExportedTextRebuildsThisMachine) {
-    const CpuTopology discovered;
-    const CpuTopology rebuilt(discovered.toString());
-    EXPECT_EQ(describe(rebuilt), describe(discovered));
-    EXPECT_EQ(rebuilt.getAllowedMask(), discovered.getAllowedMask());
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 
 #include <cmath>
 #include <cstring>
-#include <memory>
 
 #include "neo/Error.h"
 #include "neo/SingletonCleaner.h"
@@ -44,7 +43,8 @@ TEST(StringHelper, SplitKeepsEmptyPieces) {
     EXPECT_EQ(StringHelper::trim(" \t x y \r\n"), "x y");
 }
 
-TEST(MemoryService, ParsesProcStatusAndSeesTouchedMemory) {
+// Touched memory shows in the readings: the forked reader below and the monitor tests.
+TEST(MemoryService, ParsesProcStatus) {
     const auto parsed = MemoryService::parseStatus(
         "Name:\tx\nVmPeak:\t  2048 kB\nVmSize:\t1024 kB\nVmHWM:\t 512 kB\nVmRSS:\t256 kB\n"
         "VmLib:\t128 kB\n");
@@ -53,14 +53,6 @@ TEST(MemoryService, ParsesProcStatusAndSeesTouchedMemory) {
     EXPECT_EQ(parsed.libraryBytes, 128u * 1024);
     EXPECT_EQ(parsed.virtualPeakBytes, 2048u * 1024);
     EXPECT_EQ(parsed.residentPeakBytes, 512u * 1024);
-
-    const auto before = Platform::memory().currentProcess();
-    constexpr std::size_t size = 64u << 20;
-    auto block = std::make_unique<char[]>(size);
-    std::memset(block.get(), 1, size);
-    const auto after = Platform::memory().currentProcess();
-    EXPECT_GE(after.residentBytes, before.residentBytes + size / 2);
-    EXPECT_GE(after.residentPeakBytes, after.residentBytes);
 }
 
 // The reader keeps the parent's status file open; a forked child must see its own memory.

@@ -3,7 +3,6 @@
 // rank from the simulated hosts' names, the processors every rank was allowed at start-up
 // from the operating system.
 #include <gtest/gtest.h>
-#include <sched.h>
 
 #include <cstdlib>
 #include <sstream>
@@ -15,6 +14,7 @@
 #include "machine/core/Machine.h"
 #include "platform/Platform.h"
 #include "platform/ProcessInfo.h"
+#include "topology/BindingTestSupport.h"
 
 namespace tolm::hostmaptest {
 
@@ -29,13 +29,7 @@ inline AffinityMask& startUpAffinity() {
 
 // Before the machine starts: where the launcher (or taskset) let this process run.
 inline void recordStartUpAffinity() {
-    cpu_set_t set;
-    CPU_ZERO(&set);
-    sched_getaffinity(0, sizeof set, &set);
-    for (unsigned cpu = 0; cpu < CPU_SETSIZE; ++cpu) {
-        if (CPU_ISSET(cpu, &set))
-            startUpAffinity().set(cpu);
-    }
+    startUpAffinity() = test::threadAffinityFromSystem();
 }
 
 // The host of rank `rank`: under simulated-hosts.sh, word (rank mod n) of
@@ -61,13 +55,9 @@ inline std::vector<unsigned> expectedRanksOnHostOf(unsigned rank) {
     return ranks;
 }
 
-inline std::vector<unsigned> lpusOf(const AffinityMask& mask) {
-    return {mask.begin(), mask.end()};
-}
-
 // Every rank's mask, by global rank.
 inline std::vector<AffinityMask> allGatherMasks(const AffinityMask& mine) {
-    const std::vector<unsigned> lpus = lpusOf(mine);
+    const std::vector<unsigned> lpus(mine.begin(), mine.end());
     std::vector<unsigned> counts;
     world().allGather(static_cast<unsigned>(lpus.size()), counts);
     unsigned total = 0;

@@ -218,7 +218,8 @@ TEST(Collectives, ReduceScatterAndItsChecks) {
     std::vector<int> mine(2);
     world().reduceScatter(send.data(), mine.data(), 2, QMX_MPI_SUM);
     const int rankSum = int(size() * (size() - 1) / 2);
-    EXPECT_EQ(mine[0], int(size() * 2 * rank()) + rankSum);
+    const int first = int(size() * 2 * rank()) + rankSum;
+    EXPECT_EQ(mine, (std::vector<int>{first, first + int(size())}));
 
     std::vector<int> ints(3 * size());
     std::vector<float> floats(3);
@@ -250,11 +251,13 @@ TEST(Collectives, AllToAllExchangesRankDependentBlocks) {
         expected.push_back(payload(r, rank()));
     EXPECT_EQ(recv, expected);
 
-    Communicator::IntCounts ones(size(), 1), displs(size());
+    // Blocks land at the receiving displacements, not the sending ones: here in reverse.
+    Communicator::IntCounts ones(size(), 1), displs(size()), reversed(size());
     std::iota(displs.begin(), displs.end(), 0);
+    std::iota(reversed.rbegin(), reversed.rend(), 0);
     std::vector<int> recvVector(size(), -1);
-    world().allToAllVector(send.data(), ones, displs, recvVector.data(), ones, displs);
-    EXPECT_EQ(recvVector, recv);
+    world().allToAllVector(send.data(), ones, displs, recvVector.data(), ones, reversed);
+    EXPECT_EQ(recvVector, std::vector<int>(recv.rbegin(), recv.rend()));
 }
 
 TEST(Collectives, SetsAreUnitedAndRecordsGatheredInRankOrder) {
