@@ -14,7 +14,7 @@
 namespace {
 
 class ConsumerServer : public tolm::ServerHost {
-public:
+  public:
     tolm::ExitStatus run(int, char**, const tolm::Machine::ArgumentMap&) override {
         tolm::Controller::getSingleton().setCommandStreams(std::cin, std::cout);
         tolm::CommandController::getSingleton().processCommands();
