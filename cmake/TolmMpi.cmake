@@ -146,3 +146,6 @@ exec env @_tolm_mpich_env@ @_tolm_mpich_launch@ -n "$ranks" "$@"
 file(CHMOD ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/tolm-mpi-launch
     PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE
                 WORLD_READ WORLD_EXECUTE)
+# It names only the launchers' own (absolute) paths, so the same script works installed.
+install(PROGRAMS ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/tolm-mpi-launch
+    DESTINATION ${CMAKE_INSTALL_BINDIR})

@@ -1,5 +1,7 @@
 # Build settings every TolmMachine target links to: the language level, warnings and the
-# optional sanitizers. Kept on an interface target instead of global flags.
+# optional sanitizers. Kept on an interface target instead of global flags. Only this build
+# uses it: it is not exported, since consumers take nothing from it (each library passes on
+# the language level itself).
 add_library(tolm_build_options INTERFACE)
 add_library(Tolm::build_options ALIAS tolm_build_options)
 target_compile_features(tolm_build_options INTERFACE cxx_std_20)
@@ -25,16 +27,40 @@ if(TOLM_SANITIZE)
             -shared-libsan -Wl,-rpath,${_tolm_sanitizer_dir})
     endif()
 endif()
-install(TARGETS tolm_build_options EXPORT TolmMachineTargets)
 
 # tolm_add_library(NAME SOURCES...): a shared library of the machine layer, with the
-# common options, an ALIAS Tolm::NAME and headers found from base/src.
+# common options, an ALIAS Tolm::NAME and headers found from base/src. Consumers get C++20
+# and the include roots with it: headers include one another as "machine/...", so both
+# include/ (for <tolm/machine/...>) and include/tolm are on an installed consumer's path.
+# The soname carries major.minor, the versions the package promises to keep compatible.
 function(tolm_add_library name)
     add_library(${name} SHARED ${ARGN})
     add_library(Tolm::${name} ALIAS ${name})
     target_link_libraries(${name} PRIVATE tolm_build_options)
+    target_compile_features(${name} PUBLIC cxx_std_20)
     target_include_directories(${name} PUBLIC
         $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/base/src>
+        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>
         $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/tolm>)
-    set_target_properties(${name} PROPERTIES CXX_VISIBILITY_PRESET default)
+    set_target_properties(${name} PROPERTIES
+        CXX_VISIBILITY_PRESET default
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR})
+endfunction()
+
+# tolm_add_public_headers(NAME HEADERS...): the headers a user of library NAME includes, paths
+# relative to the calling directory. Only these are installed, under include/tolm/ with their
+# place below base/src kept (include/tolm/machine/comm/Communicator.h); every other header of
+# the library is internal.
+function(tolm_add_public_headers name)
+    target_sources(${name} PUBLIC FILE_SET HEADERS
+        BASE_DIRS ${PROJECT_SOURCE_DIR}/base/src
+        FILES ${ARGN})
+endfunction()
+
+# tolm_install_library(NAME): installs a library of tolm_add_library and its public headers.
+function(tolm_install_library name)
+    install(TARGETS ${name} EXPORT TolmMachineTargets
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+        FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tolm)
 endfunction()
