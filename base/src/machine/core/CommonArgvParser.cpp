@@ -5,6 +5,7 @@
 
 #include "machine/comm/MpiCore.h"
 #include "machine/core/OptionError.h"
+#include "machine/core/OptionValue.h"
 #include "machine/core/ParameterInitialValues.h"
 #include "machine/remote/RemoteShellFactory.h"
 #include "machine/core/RendererConfig.h"
@@ -119,7 +120,9 @@ std::vector<CommonArgvParser::Option> CommonArgvParser::makeOptions() {
         {"-rgraphics", 1, "Missing -rgraphics arg", entered,
          [this](char** v) { applyRendererGraphics(v[0]); }},
         {"-memorymonitor", 1, "Missing -memorymonitor arg", entered,
-         [](char** v) { Machine::enableSystemMonitor(true, std::strtof(v[0], nullptr)); }},
+         [](char** v) {
+             Machine::enableSystemMonitor(true, OptionValue::seconds("-memorymonitor", v[0]));
+         }},
     };
 }
 
