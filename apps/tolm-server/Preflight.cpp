@@ -38,7 +38,8 @@ std::string mpiLibraryFile() {
         [](dl_phdr_info* info, std::size_t, void* data) {
             const char* slash = info->dlpi_name ? std::strrchr(info->dlpi_name, '/') : nullptr;
             const char* base = slash ? slash + 1 : "";
-            if (std::strncmp(base, "libmpi.so", 9) != 0 && std::strncmp(base, "libmpich.so", 11) != 0)
+            if (std::strncmp(base, "libmpi.so", 9) != 0 &&
+                std::strncmp(base, "libmpich.so", 11) != 0)
                 return 0;
             *static_cast<std::string*>(data) = info->dlpi_name;
             return 1;
@@ -84,10 +85,10 @@ Properties describeProcess(const Properties& command) {
     if (host.firstProcessOnHost()) {
         record.set("contention", contention);
         record.set("overSubscribedBy", host.isOverSubscribed());
-        record.set("physicalCores", static_cast<unsigned>(
-                                        host.getCpuTopology()
-                                            .getPhysicalCoresFromMask(host.getAvailableMask())
-                                            .size()));
+        record.set(
+            "physicalCores",
+            static_cast<unsigned>(
+                host.getCpuTopology().getPhysicalCoresFromMask(host.getAvailableMask()).size()));
     }
     return record;
 }
@@ -100,7 +101,8 @@ void preflightCommand(const Properties& command, Properties& response) {
     if (!(Machine::isSerial() || Machine::isMaster()))
         return;
     Properties::Value processes = Properties::Value::array();
-    for (const Properties& record : all) processes.push_back(record.value());
+    for (const Properties& record : all)
+        processes.push_back(record.value());
     response.set("processes", processes);
 }
 
@@ -133,7 +135,8 @@ std::string driverLine(int argc, char** argv) {
 
 std::string rankList(const std::vector<unsigned>& ranks) {
     std::string text;
-    for (const unsigned rank : ranks) text += (text.empty() ? "" : ", ") + std::to_string(rank);
+    for (const unsigned rank : ranks)
+        text += (text.empty() ? "" : ", ") + std::to_string(rank);
     return text;
 }
 
@@ -142,21 +145,21 @@ std::string roleOf(const Records& host) {
     if (first == "serial")
         return "serial";
     const auto slaves = host.size() - (first == "master" ? 1 : 0);
-    const std::string counted =
-        std::to_string(slaves) + (slaves == 1 ? " slave" : " slaves");
+    const std::string counted = std::to_string(slaves) + (slaves == 1 ? " slave" : " slaves");
     return first == "master" ? (slaves ? "master and " + counted : "master") : counted;
 }
 
 // "value" when every process of the host says the same, else "rank 0: a; rank 2: b".
 std::string common(const Records& host, const char* key) {
     std::set<std::string> values;
-    for (const Properties& record : host) values.insert(record.get<std::string>(key));
+    for (const Properties& record : host)
+        values.insert(record.get<std::string>(key));
     if (values.size() == 1)
         return *values.begin();
     std::string text;
     for (const Properties& record : host)
-        text += (text.empty() ? "rank " : "; rank ") + std::to_string(record.get<unsigned>("rank")) +
-                ": " + record.get<std::string>(key);
+        text += (text.empty() ? "rank " : "; rank ") +
+                std::to_string(record.get<unsigned>("rank")) + ": " + record.get<std::string>(key);
     return text;
 }
 
@@ -167,27 +170,38 @@ std::string bindingOf(const Properties& record) {
 }
 
 // The lines of one host, and its problems.
-std::string formatHost(const std::string& name, const Records& host, const std::string& logs,
+std::string formatHost(const std::string& name, const Records& host, const Properties& job,
                        std::vector<std::string>& problems) {
+    const std::string logs = job.get<std::string>("logDirectory", "");
     const Properties& first = host.front();
     std::vector<unsigned> ranks;
-    for (const Properties& record : host) ranks.push_back(record.get<unsigned>("rank"));
-    std::string text = "host " + name + ": " + roleOf(host) + (ranks.size() == 1 ? ", rank " : ", ranks ") +
-                       rankList(ranks) + "\n";
+    for (const Properties& record : host)
+        ranks.push_back(record.get<unsigned>("rank"));
+    std::string text = "host " + name + ": " + roleOf(host) +
+                       (ranks.size() == 1 ? ", rank " : ", ranks ") + rankList(ranks) + "\n";
     const std::string library = common(host, "mpiLibrary");
     const std::string version = common(host, "mpiVersion");
     text += "  MPI library: " + library + (version.empty() ? "" : ", " + version) + "\n";
     text += "  vectorization: " + common(host, "vectorization") + "\n";
     for (const Properties& record : host)
-        text += "  rank " + std::to_string(record.get<unsigned>("rank")) + ": " + bindingOf(record) + "\n";
+        text += "  rank " + std::to_string(record.get<unsigned>("rank")) + ": " +
+                bindingOf(record) + "\n";
     const unsigned over = first.get<unsigned>("overSubscribedBy", 0u);
-    if (over != 0)
+    for (const Properties& record : host) {
+        if (job.get<bool>("machineBinds") && over == 0 && !record.get<bool>("bound"))
+            problems.push_back("rank " + std::to_string(record.get<unsigned>("rank")) +
+                               " on host " + name + " could not be bound to an LPU");
+    }
+    if (over != 0) {
+        const auto cores = first.get<unsigned>("physicalCores");
         problems.push_back("host " + name + " runs " + std::to_string(host.size()) +
-                           " processes on " + std::to_string(first.get<unsigned>("physicalCores")) +
-                           " available physical cores: they are not bound");
+                           " processes on " + std::to_string(cores) + " available physical " +
+                           (cores == 1 ? "core" : "cores") + ": they are not bound");
+    }
     const bool contention = first.get<bool>("contention", false);
     text += std::string("  contention: ") +
-            (contention ? "LPUs of this host are held by another job of this server" : "none") + "\n";
+            (contention ? "LPUs of this host are held by another job of this server" : "none") +
+            "\n";
     if (contention)
         problems.push_back("host " + name + ": another job of this server holds LPUs of the host");
     bool temporaryWritable = true;
@@ -197,13 +211,16 @@ std::string formatHost(const std::string& name, const Records& host, const std::
         logWritable = logWritable && record.get<bool>("logWritable", true);
     }
     const std::string temporary = common(host, "temporaryDirectory");
-    text += "  temporary directory: " + temporary + (temporaryWritable ? " (writable)" : " (not writable)") + "\n";
+    text += "  temporary directory: " + temporary +
+            (temporaryWritable ? " (writable)" : " (not writable)") + "\n";
     if (!temporaryWritable)
-        problems.push_back("host " + name + ": the temporary directory " + temporary + " is not writable");
+        problems.push_back("host " + name + ": the temporary directory " + temporary +
+                           " is not writable");
     if (logs.empty()) {
         text += "  log directory: none (slaves print to the launcher's console)\n";
     } else {
-        text += "  log directory: " + logs + (logWritable ? " (writable)" : " (not writable)") + "\n";
+        text +=
+            "  log directory: " + logs + (logWritable ? " (writable)" : " (not writable)") + "\n";
         if (!logWritable)
             problems.push_back("host " + name + ": the log directory " + logs + " is not writable");
     }
@@ -232,7 +249,9 @@ std::string Preflight::format(const Properties& job, const std::vector<Propertie
     std::map<std::string, Records> hosts;
     std::set<std::string> levels;
     std::set<std::string> versions;
+    bool allPinned = !processes.empty();
     for (const Properties& record : processes) {
+        allPinned = allPinned && record.get<bool>("pinnedAtStart");
         const std::string host = record.get<std::string>("host");
         if (!hosts.contains(host))
             order.push_back(host);
@@ -245,8 +264,10 @@ std::string Preflight::format(const Properties& job, const std::vector<Propertie
                        std::to_string(order.size()) + (order.size() == 1 ? " host\n" : " hosts\n");
     text += "launcher: " + job.get<std::string>("launcher") + "\n";
     text += "driver: " + job.get<std::string>("driver") + "\n";
-    const std::string logs = job.get<std::string>("logDirectory", "");
-    for (const std::string& host : order) text += formatHost(host, hosts[host], logs, problems);
+    if (allPinned)
+        text += "binding: the launcher had pinned every rank before start-up\n";
+    for (const std::string& host : order)
+        text += formatHost(host, hosts[host], job, problems);
     if (levels.size() > 1)
         problems.push_back("the hosts have mixed vectorization capabilities");
     if (versions.size() > 1)
@@ -268,6 +289,7 @@ ExitStatus Preflight::run(int argc, char** argv) {
     job.set("launcher", launcherName());
     job.set("driver", driverLine(argc, argv));
     job.set("logDirectory", logs);
+    job.set("machineBinds", Machine::useInternalBinding());
     std::vector<std::string> problems;
     Records processes;
     for (const Properties::Value& value : response.value().at("processes"))
@@ -277,7 +299,8 @@ ExitStatus Preflight::run(int argc, char** argv) {
         report += "All is well.\n";
     } else {
         report += "Problems:\n";
-        for (const std::string& problem : problems) report += "  " + problem + "\n";
+        for (const std::string& problem : problems)
+            report += "  " + problem + "\n";
     }
     std::fputs(report.c_str(), stdout);
     std::fflush(stdout);

@@ -15,6 +15,7 @@ class Controller;
 //   Preflight of 4 processes on 2 hosts
 //   launcher: mpirun (Open MPI)
 //   driver: -mpi openmpi4 (TolmOpenMpi4, built against Open MPI 4.1.4)
+//   [binding: the launcher had pinned every rank before start-up]
 //   host hostA: master and 1 slave, ranks 0, 2
 //     MPI library: /usr/lib/.../libmpi.so.40, Open MPI v4.1.4, package: ...
 //     vectorization: avx2
@@ -41,8 +42,9 @@ class Preflight {
     // The status is the invalid-argument code when the report found a problem.
     static ExitStatus run(int argc, char** argv);
 
-    // The report of the gathered records, for a job of `numberHosts` hosts; `problems`
-    // receives one text per problem found.
+    // The report of the gathered records (in rank order) of a job described by `job`
+    // ("launcher", "driver", "logDirectory", "machineBinds"); `problems` receives one text
+    // per problem.
     static std::string format(const Properties& job, const std::vector<Properties>& processes,
                               std::vector<std::string>& problems);
     // How this process was started: "mpirun (Open MPI)", "mpiexec (Hydra)", "srun" or "none".

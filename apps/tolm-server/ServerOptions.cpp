@@ -132,7 +132,8 @@ error, 32 non-recoverable error.
 
 std::string ServerOptions::versionText() {
     std::string text = std::string("tolm-server ") + buildinfo::version + "\nMPI drivers:\n";
-    for (const std::string& driver : builtDrivers()) text += "  " + driver + "\n";
+    for (const std::string& driver : builtDrivers())
+        text += "  " + driver + "\n";
     return text;
 }
 
@@ -173,7 +174,8 @@ std::string ServerOptions::leftoverWarning(const std::vector<std::string>& lefto
     if (leftovers.empty())
         return "";
     std::string line = "Warning: unused options:";
-    for (const std::string& entry : leftovers) line += " " + entry;
+    for (const std::string& entry : leftovers)
+        line += " " + entry;
     return line;
 }
 

@@ -42,13 +42,13 @@ bool unshareAllowed() {
 class ServerOptionsUnderMpi : public testing::TestWithParam<Job> {};
 
 TEST_P(ServerOptionsUnderMpi, HelpAndVersionAnswerWithoutStartingMpi) {
-    const std::string version =
-        R"(tolm-server [0-9]+\.[0-9]+\.[0-9]+\nMPI drivers:\n)"
-        R"(  -mpi platform \((Open MPI|MPICH) [0-9.]+\)\n)"
-        R"(  -mpi openmpi4 \(Open MPI [0-9.]+\)\n)"
-        R"(  -mpi mpich2 \(MPICH [0-9.]+\)\n)";
+    const std::string version = R"(tolm-server [0-9]+\.[0-9]+\.[0-9]+\nMPI drivers:\n)"
+                                R"(  -mpi platform \((Open MPI|MPICH) [0-9.]+\)\n)"
+                                R"(  -mpi openmpi4 \(Open MPI [0-9.]+\)\n)"
+                                R"(  -mpi mpich2 \(MPICH [0-9.]+\)\n)";
     const std::pair<Arguments, std::string> cases[] = {
-        {{"-help"}, R"(Usage: tolm-server -s \[options\][\s\S]*\n  -check [\s\S]*\n  HostMap [\s\S]*)"},
+        {{"-help"},
+         R"(Usage: tolm-server -s \[options\][\s\S]*\n  -check [\s\S]*\n  HostMap [\s\S]*)"},
         {{"--help", "-version"}, R"(Usage: tolm-server [\s\S]*)"},
         {{"-version"}, version},
         {{"--version", "-bogus"}, version},
@@ -81,12 +81,17 @@ TEST_P(ServerOptionsUnderMpi, CheckReportsEveryHostAndRunsNoBatch) {
                                         : R"(/\S+/libmpich\.so\S*, MPICH Version: [0-9.]+)";
     const std::string expected =
         "Preflight of 4 processes on 2 hosts\n"
-        "launcher: " + std::string(openMpi ? R"(mpirun \(Open MPI\))" : R"(mpiexec \(Hydra\))") +
+        "launcher: " +
+        std::string(openMpi ? R"(mpirun \(Open MPI\))" : R"(mpiexec \(Hydra\))") +
         "\n"
-        "driver: -mpi " + job.driver + " \\(" + (openMpi ? "TolmOpenMpi4" : "TolmMpich2Ch3") +
-        ", built against " + job.distribution + " [0-9.]+\\)\n"
+        "driver: -mpi " +
+        job.driver + " \\(" + (openMpi ? "TolmOpenMpi4" : "TolmMpich2Ch3") + ", built against " +
+        job.distribution +
+        " [0-9.]+\\)\n"
         "host hostA: master and 1 slave, ranks 0, 2\n"
-        "  MPI library: " + library + "\n"
+        "  MPI library: " +
+        library +
+        "\n"
         "  vectorization: \\S+\n"
         "  rank 0: bound to LPU [01]\n"
         "  rank 2: bound to LPU [01]\n"
@@ -94,8 +99,10 @@ TEST_P(ServerOptionsUnderMpi, CheckReportsEveryHostAndRunsNoBatch) {
         "  temporary directory: \\S+ \\(writable\\)\n"
         "  log directory: none \\(slaves print to the launcher's console\\)\n"
         "host hostB: 2 slaves, ranks 1, 3\n"
-        "  MPI library: " + library + "\n"
-        "[\s\S]*"
+        "  MPI library: " +
+        library +
+        "\n"
+        "[\\s\\S]*"
         "All is well.\n";
     EXPECT_TRUE(std::regex_match(result.out, std::regex(expected))) << result.out;
 }

@@ -20,17 +20,24 @@ struct LeftoverCase {
 
 TEST(ServerOptions, LeftoversAreWhatNoStepAndNoServerOptionTook) {
     LeftoverCase cases[] = {
-        {"unknown option and its value", {"server", "-s", "-bogus", "3"}, {{"-s", 1}},
+        {"unknown option and its value",
+         {"server", "-s", "-bogus", "3"},
+         {{"-s", 1}},
          {"-bogus", "3"}},
-        {"machine and server options", {"server", "-tmpdir", "/x", "-batch", "f", "-check"},
-         {{"-tmpdir", 2}}, {}},
-        {"counts of the map", {"server", "-param", "a", "b", "-nothreads", "7"},
-         {{"-param", 3}, {"-nothreads", 1}}, {"7"}},
-        {"design options", {"server", "-dmprojectid", "7", "-dmproject", "-x", "-dmrunfile"},
-         {}, {"-x"}},
-        {"empty entries", {"server", "", "-y", ""}, {}, {"-y"}},
-        {"both spellings of the requests", {"server", "--help", "-version", "--version"}, {},
+        {"machine and server options",
+         {"server", "-tmpdir", "/x", "-batch", "f", "-check"},
+         {{"-tmpdir", 2}},
          {}},
+        {"counts of the map",
+         {"server", "-param", "a", "b", "-nothreads", "7"},
+         {{"-param", 3}, {"-nothreads", 1}},
+         {"7"}},
+        {"design options",
+         {"server", "-dmprojectid", "7", "-dmproject", "-x", "-dmrunfile"},
+         {},
+         {"-x"}},
+        {"empty entries", {"server", "", "-y", ""}, {}, {"-y"}},
+        {"both spellings of the requests", {"server", "--help", "-version", "--version"}, {}, {}},
     };
     for (auto& [name, args, consumed, expected] : cases)
         EXPECT_EQ(ServerOptions::leftovers(args.argc(), args.argv(), consumed), expected) << name;

@@ -21,8 +21,8 @@ const char* const VectorizationCheck::WARNING =
     "further issues might arise.";
 
 std::string VectorizationCheck::warningFor(const std::vector<std::string>& levels) {
-    const bool mixed = std::adjacent_find(levels.begin(), levels.end(),
-                                          std::not_equal_to<>()) != levels.end();
+    const bool mixed =
+        std::adjacent_find(levels.begin(), levels.end(), std::not_equal_to<>()) != levels.end();
     return mixed ? WARNING : "";
 }
 
