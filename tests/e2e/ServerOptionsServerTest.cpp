@@ -105,6 +105,7 @@ TEST_P(ServerOptionsUnderMpi, CheckReportsEveryHostAndRunsNoBatch) {
         "[\\s\\S]*"
         "All is well.\n";
     EXPECT_TRUE(std::regex_match(result.out, std::regex(expected))) << result.out;
+    EXPECT_EQ(result.err.find("mixed vectorization"), std::string::npos) << result.err;
 }
 
 TEST_P(ServerOptionsUnderMpi, CheckEndsWithTwoWhenAProcessCannotWriteItsDirectories) {

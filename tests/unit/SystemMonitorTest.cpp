@@ -274,9 +274,8 @@ TEST_F(MachineSystemMonitor, AValueThatIsNoNumberIsTheOptionsError) {
     for (const char* value : {"abc", "0.02s", "", "nan", "1e99"}) {
         test::Argv args{"server", "-s", "-memorymonitor", value};
         Machine::ArgumentMap consumed;
-        EXPECT_EQ(test::errorOf<OptionError>([&] {
-                      Machine::parseCommonArgvs(args.argc(), args.argv(), consumed);
-                  }),
+        EXPECT_EQ(test::errorOf<OptionError>(
+                      [&] { Machine::parseCommonArgvs(args.argc(), args.argv(), consumed); }),
                   std::string("-memorymonitor argument must be a number of seconds, not '") +
                       value + "'");
     }

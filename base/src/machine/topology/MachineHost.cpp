@@ -118,7 +118,8 @@ std::vector<std::string> MachineHost::gatherHostNames(const std::string& mine) {
     std::vector<unsigned> lengths;
     world.allGather(MessageLimits::toUnsigned(mine.size()), lengths);
     std::uint64_t total = 0;
-    for (const unsigned length : lengths) total += length;
+    for (const unsigned length : lengths)
+        total += length;
     std::string all(total, '\0');
     world.allGatherVector(mine.data(), lengths[world.myRank()], all.data(), lengths, {});
     std::vector<std::string> names;
