@@ -35,6 +35,26 @@ foreach(_var TOLM_OPENMPI_INCLUDE_DIR TOLM_OPENMPI_LIBRARY TOLM_OPENMPI_LAUNCHER
     endif()
 endforeach()
 
+# The release of each MPI, read from its mpi.h, for the server's "-version" text:
+# TOLM_OPENMPI_DESCRIPTION ("Open MPI 4.1.4") and TOLM_MPICH_DESCRIPTION ("MPICH 4.0.2").
+function(_tolm_mpi_description flavour out)
+    string(TOUPPER ${flavour} upper)
+    file(READ ${TOLM_${upper}_INCLUDE_DIR}/mpi.h header)
+    if(flavour STREQUAL "openmpi")
+        foreach(part MAJOR MINOR RELEASE)
+            string(REGEX MATCH "#define OMPI_${part}_VERSION ([0-9]+)" _ "${header}")
+            list(APPEND numbers ${CMAKE_MATCH_1})
+        endforeach()
+        list(JOIN numbers "." release)
+        set(${out} "Open MPI ${release}" PARENT_SCOPE)
+    else()
+        string(REGEX MATCH "#define MPICH_VERSION \"([^\"]+)\"" _ "${header}")
+        set(${out} "MPICH ${CMAKE_MATCH_1}" PARENT_SCOPE)
+    endif()
+endfunction()
+_tolm_mpi_description(openmpi TOLM_OPENMPI_DESCRIPTION)
+_tolm_mpi_description(mpich TOLM_MPICH_DESCRIPTION)
+
 # The platform driver follows Debian's mpi alternative (the MPI behind /usr/bin/mpicc's
 # headers), which is Open MPI on Debian amd64; without the alternative it is Open MPI.
 set(_tolm_platform_default openmpi)
@@ -104,7 +124,11 @@ endfunction()
 # tolm_add_mpi_driver(<library name> <flavour>): a loadable driver lib<name>.so from the
 # objects of that flavour. Unresolved symbols fail the link rather than the first dlopen, except
 # under the thread sanitizer, whose runtime the executable brings (cmake/TolmTargets.cmake).
+# Each driver is listed, with the MPI it is built against, in the global property
+# TOLM_MPI_DRIVERS ("<name>=<description>" entries, in the order added).
 function(tolm_add_mpi_driver name flavour)
+    string(TOUPPER ${flavour} upper)
+    set_property(GLOBAL APPEND PROPERTY TOLM_MPI_DRIVERS "${name}=${TOLM_${upper}_DESCRIPTION}")
     add_library(${name} MODULE $<TARGET_OBJECTS:tolm_mpi_driver_${flavour}>)
     target_link_libraries(${name} PRIVATE tolm_mpi_driver_${flavour})
     if(NOT TOLM_SANITIZE MATCHES "thread")

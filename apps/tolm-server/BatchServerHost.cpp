@@ -1,31 +1,21 @@
 #include "BatchServerHost.h"
 
+#include <unistd.h>
+
 #include <cstdio>
 #include <fstream>
 #include <iostream>
-#include <optional>
 #include <string>
 
+#include "Preflight.h"
+#include "ServerOptions.h"
 #include "machine/commands/CommandController.h"
-#include "machine/core/OptionError.h"
 #include "neo/Controller.h"
 #include "platform/Platform.h"
 #include "platform/SystemErrors.h"
 
 namespace tolm {
 namespace {
-
-// The value of "-batch", if the server was given one.
-std::optional<std::string> batchFile(int argc, char** argv) {
-    for (int i = 1; i < argc; ++i) {
-        if (!argv[i] || std::string(argv[i]) != "-batch")
-            continue;
-        if (i + 1 >= argc || !argv[i + 1])
-            throw OptionError("Missing -batch arg");
-        return std::string(argv[i + 1]);
-    }
-    return std::nullopt;
-}
 
 ExitStatus runLoop(std::istream& input) {
     Controller& controller = Controller::getSingleton();
@@ -34,12 +24,31 @@ ExitStatus runLoop(std::istream& input) {
     return controller.failedCommandCount() ? ExitStatus::ServerErrorCode : ExitStatus();
 }
 
+void warnAboutLeftovers(int argc, char** argv, const Machine::ArgumentMap& consumed) {
+    const std::string warning =
+        ServerOptions::leftoverWarning(ServerOptions::leftovers(argc, argv, consumed));
+    if (warning.empty())
+        return;
+    std::fprintf(stderr, "%s\n", warning.c_str());
+    std::fflush(stderr);
+}
+
 }  // namespace
 
-ExitStatus BatchServerHost::run(int argc, char** argv, const Machine::ArgumentMap&) {
-    const auto path = batchFile(argc, argv);
-    if (!path)
+ExitStatus BatchServerHost::run(int argc, char** argv, const Machine::ArgumentMap& consumed) {
+    warnAboutLeftovers(argc, argv, consumed);
+    if (ServerOptions::isCheck(argc, argv))
+        return Preflight::run(argc, argv);
+    const auto path = ServerOptions::batchFile(argc, argv);
+    if (!path) {
+        if (::isatty(STDIN_FILENO)) {
+            std::fprintf(stderr,
+                         "Reading commands from standard input, one JSON object per line; end "
+                         "with Ctrl-D (tolm-server -help lists the commands)\n");
+            std::fflush(stderr);
+        }
         return runLoop(std::cin);
+    }
     std::ifstream batch(*path);
     if (!batch) {
         const std::string reason = Platform::error().lastErrorText();

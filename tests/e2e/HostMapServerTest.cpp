@@ -1,10 +1,12 @@
 // The server's binding report and "HostMap" command: jobs on two simulated hosts (each rank in
 // a UTS namespace of its own, see tests/mpi/hostmap/simulated-hosts.sh), jobs restricted by
-// taskset, jobs the launcher binds, and a serial run, under both MPIs' launchers.
+// taskset, a host hwloc describes as one core, jobs the launcher binds, and a serial run,
+// under both MPIs' launchers.
 #include <gtest/gtest.h>
 #include <sched.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <regex>
 #include <sstream>
 
@@ -114,15 +116,42 @@ TEST_P(HostMapServer, FourRanksOnTwoHostsAreBoundAndReportedInRankOrder) {
     }
 }
 
-TEST_P(HostMapServer, AnOversubscribedHostIsLeftUnboundWithOneWarning) {
+// The host's LPUs are those the topology allows, whatever the launcher let the ranks use.
+TEST_P(HostMapServer, RanksStartedOnOneLpuAreBoundApartAndTheReportSaysSo) {
+    if (processorsOfThisProcess() < 2)
+        GTEST_SKIP() << "needs two processors for the two processes";
     const auto result = runJob(GetParam(), {"taskset", "-c", "0"}, 2, {}, {"-cpubindverbose"});
     ASSERT_EQ(result.exitCode, 0) << result.out << result.err;
     const auto [heading, lines] = report(result.out);
     ASSERT_EQ(lines.size(), 2u) << result.out;
-    for (const ReportLine& line : lines) {
-        EXPECT_FALSE(line.bound);
-        EXPECT_EQ(line.lpus, "0");
+    EXPECT_TRUE(lines[0].bound && lines[1].bound) << result.out;
+    EXPECT_NE(lines[0].lpus, lines[1].lpus);
+    EXPECT_NE(result.out.find(heading + "\nThe launcher had pinned every rank before start-up\n"),
+              std::string::npos)
+        << result.out;
+}
+
+// Sets an environment variable for the life of the object (the job's processes inherit it).
+class EnvironmentSetting {
+  public:
+    EnvironmentSetting(const char* name, const std::string& value) : _name(name) {
+        setenv(name, value.c_str(), 1);
     }
+    ~EnvironmentSetting() { unsetenv(_name); }
+
+  private:
+    const char* _name;
+};
+
+TEST_P(HostMapServer, AnOversubscribedHostIsLeftUnboundWithOneWarning) {
+    // hwloc describes this machine as one of a single core.
+    const EnvironmentSetting xml("HWLOC_XMLFILE", TOLM_TOPOLOGY_DATA_DIR "/single-core.xml");
+    const EnvironmentSetting thisSystem("HWLOC_THISSYSTEM", "1");
+    const auto result = runJob(GetParam(), {}, 2, {}, {"-cpubindverbose"});
+    ASSERT_EQ(result.exitCode, 0) << result.out << result.err;
+    const auto [heading, lines] = report(result.out);
+    ASSERT_EQ(lines.size(), 2u) << result.out;
+    EXPECT_FALSE(lines[0].bound || lines[1].bound) << result.out;
     EXPECT_EQ(occurrences(result.err, "Warning: Host " + lines[0].host +
                                           " runs 2 processes on 1 available physical core: "
                                           "the processes are not bound to LPUs\n"),

@@ -45,6 +45,16 @@ TEST_F(SerialServer, RunsABatchAndExitsZero) {
               "3.5");
 }
 
+TEST_F(SerialServer, InATerminalItSaysThatItReadsStandardInput) {
+    // script runs the server with a terminal on its standard input and output.
+    const auto result = test::runChild(
+        {"script", "-qec", std::string(TOLM_SERVER_PATH) + " -s", "/dev/null"}, "", 30);
+    EXPECT_EQ(result.exitCode, 0) << result.err;
+    EXPECT_EQ(result.out,
+              "Reading commands from standard input, one JSON object per line; end with Ctrl-D "
+              "(tolm-server -help lists the commands)\r\n");
+}
+
 TEST_F(SerialServer, BadLinesAreAnsweredAndTheBatchGoesOn) {
     const auto result =
         runServer({"-s", "-batch",
@@ -79,13 +89,14 @@ TEST_F(SerialServer, MissingBatchFileIsAFileError) {
                               "/absent.jsonl: No such file or directory\n");
 }
 
-TEST_F(SerialServer, MissingMpiDriverReportsTheLoaderText) {
+TEST_F(SerialServer, MissingMpiDriverReportsTheLoaderTextAndTheBuiltDrivers) {
     const auto result = runServer({"-mpi", "intel"});
     EXPECT_EQ(result.exitCode, 1);
-    EXPECT_NE(
-        result.err.find("Error: Failed to initialize MPI wrapper: libTolmIntelMpi.so: cannot open"),
-        std::string::npos)
-        << result.err;
+    const std::regex expected(
+        "Error: Failed to initialize MPI wrapper: libTolmIntelMpi.so: cannot open .*\n"
+        "MPI drivers of this build: -mpi platform \\((Open MPI|MPICH) [0-9.]+\\), "
+        "-mpi openmpi4 \\(Open MPI [0-9.]+\\), -mpi mpich2 \\(MPICH [0-9.]+\\)\n");
+    EXPECT_TRUE(std::regex_match(result.err, expected)) << result.err;
 }
 
 }  // namespace

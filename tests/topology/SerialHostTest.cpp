@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "machine/core/Machine.h"
+#include "machine/topology/CpuBinder.h"
+#include "machine/topology/CpuTopology.h"
 #include "machine/topology/MachineHost.h"
 #include "machine/topology/ProcessAffinitySummary.h"
 #include "platform/Platform.h"
@@ -118,16 +120,20 @@ TEST_F(SerialHost, BindsToAnLpuAndReportsIt) {
     EXPECT_EQ(report.at("hosts").at(0).at("host"), host.getHostName());
 }
 
-// As under `taskset -c`: the process may use only one of the processors when the host map is
-// built, so that is the host's one available core.
-TEST_F(SerialHost, ARestrictedProcessIsBoundWithinItsRestriction) {
+// As under `taskset -c`: the process starts on one of the processors, yet the host offers all
+// that its topology allows, and the policy chooses among them.
+TEST_F(SerialHost, ARestrictedProcessIsBoundByThePolicyOverTheAllowedLpus) {
     test::setThreadAffinityInSystem(only(lpus[1]));
     startSerialMachine({"server", "-s", "-cpubind", "latency"});
     MachineHost& host = Machine::getHost();
-    EXPECT_EQ(host.getAvailableMask(), only(lpus[1]));
+    const CpuTopology& topology = host.getCpuTopology();
+    EXPECT_EQ(host.getAvailableMask(), topology.getTopologyMask() & topology.getAllowedMask());
+    EXPECT_TRUE(host.wasPinnedAtStart());
     EXPECT_EQ(host.isOverSubscribed(), 0u);
     ASSERT_TRUE(host.bindProcesses());
-    EXPECT_EQ(threadAffinityFromSystem(), only(lpus[1]));
+    const unsigned lpu =
+        CpuBinder::selectLpu(0, 1, topology, host.getAvailableMask(), Machine::Latency);
+    EXPECT_EQ(threadAffinityFromSystem(), only(lpu));
 }
 
 TEST_F(SerialHost, LeastLoadStaysOnTheLpuTheProcessRunsOn) {

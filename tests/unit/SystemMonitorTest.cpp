@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "machine/core/Machine.h"
+#include "machine/core/OptionError.h"
 #include "machine/monitor/MemoryHistoryExport.h"
 #include "machine/monitor/SamplingSchedule.h"
 #include "machine/monitor/SystemMonitor.h"
@@ -260,6 +261,24 @@ TEST_F(MachineSystemMonitor, PeriodsAreWholeMillisecondsAndNonsenseMeansTheDefau
     }
     Machine::enableSystemMonitor(false, 0.0f);
     EXPECT_FALSE(Machine::hasSystemMonitor());
+}
+
+TEST_F(MachineSystemMonitor, AValueThatIsNoNumberIsTheOptionsError) {
+    const std::pair<const char*, unsigned> accepted[] = {{"0", 20u}, {"-1", 20u}, {"1e-2", 10u}};
+    for (const auto& [value, milliseconds] : accepted) {
+        test::Argv args{"server", "-s", "-memorymonitor", value};
+        Machine::ArgumentMap consumed;
+        Machine::parseCommonArgvs(args.argc(), args.argv(), consumed);
+        EXPECT_EQ(Machine::getSystemMonitor().getYieldTime(), milliseconds) << value;
+    }
+    for (const char* value : {"abc", "0.02s", "", "nan", "1e99"}) {
+        test::Argv args{"server", "-s", "-memorymonitor", value};
+        Machine::ArgumentMap consumed;
+        EXPECT_EQ(test::errorOf<OptionError>(
+                      [&] { Machine::parseCommonArgvs(args.argc(), args.argv(), consumed); }),
+                  std::string("-memorymonitor argument must be a number of seconds, not '") +
+                      value + "'");
+    }
 }
 
 TEST_F(MachineSystemMonitor, TheEndOfTheRunStopsTheSamplingThread) {

@@ -1,6 +1,6 @@
 // ParallelFile on both MPIs: round trips of random data at sizes around a lowered limit, in
-// file order and byte for byte; the early return of writeAt; the layout summary; error texts;
-// a file still open when MPI is finalised.
+// file order and byte for byte; the individual file pointer after split transfers; the early
+// return of writeAt; the layout summary; error texts; a file still open when MPI is finalised.
 #include <gtest/gtest.h>
 
 #include <map>
@@ -126,6 +126,7 @@ TEST_F(ParallelFiles, IndependentTransfersSplitAtTheirOwnPlaces) {
             pointer.write(constView(head));
             pointer.write(constView(tail));
         }
+        EXPECT_EQ(pointer.tell(), _rank == 0 ? 72 : 0);
     }
     ParallelFile at(world(), file("at"), QMX_MPI_MODE_RDONLY);
     EXPECT_EQ(at.getFileSize(), 72u * world().size());
@@ -139,6 +140,7 @@ TEST_F(ParallelFiles, IndependentTransfersSplitAtTheirOwnPlaces) {
         std::vector<double> all(9);
         pointer.read(view(all));
         EXPECT_TRUE(bytesOf(all) == bytesOf(head) + bytesOf(tail));
+        EXPECT_EQ(pointer.tell(), 72);
     }
 }
 

@@ -111,17 +111,23 @@ TEST(HostMap, EachHostDiscoversItsTopologyOnceAndSharesIt) {
     EXPECT_TRUE(host().getCpuTopology().reliableLpuInformationAvailable());
 }
 
-TEST(HostMap, AvailableLpusAndOversubscriptionFollowTheStartUpAffinities) {
-    const std::vector<AffinityMask> startUp = allGatherMasks(startUpAffinity());
-    AffinityMask hostUnion;
-    for (const unsigned rank : expectedRanksOnHostOf(myRank()))
-        hostUnion |= startUp[rank];
+// Whatever the launcher or taskset let the processes use: the topology's allowed LPUs.
+TEST(HostMap, AvailableLpusAreTheAllowedOnesAndOversubscriptionCountsTheirCores) {
     const CpuTopology& topology = host().getCpuTopology();
-    const AffinityMask expected = hostUnion & topology.getAllowedMask();
+    const AffinityMask expected = topology.getTopologyMask() & topology.getAllowedMask();
     EXPECT_EQ(host().getAvailableMask(), expected);
+    EXPECT_EQ(host().wasPinnedAtStart(), !expected.isIncludedIn(startUpAffinity()));
     const auto cores = static_cast<unsigned>(topology.getPhysicalCoresFromMask(expected).size());
     const unsigned processes = host().getNumberProcesses();
     EXPECT_EQ(host().isOverSubscribed(), processes > cores ? processes - cores : 0u);
+}
+
+TEST(HostMap, HostNamesOfEveryLengthComeBackInRankOrder) {
+    const auto nameOf = [](unsigned rank) { return std::string(rank * 3, char('a' + rank)); };
+    const std::vector<std::string> names = MachineHost::gatherHostNames(nameOf(myRank()));
+    ASSERT_EQ(names.size(), Machine::nProcesses());
+    for (unsigned rank = 0; rank < names.size(); ++rank)
+        EXPECT_EQ(names[rank], nameOf(rank)) << "rank " << rank;
 }
 
 // Puts the process back where the launcher let it run.

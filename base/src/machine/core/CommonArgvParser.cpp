@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "machine/core/OptionError.h"
+#include "machine/core/OptionValue.h"
 #include "machine/core/ParameterInitialValues.h"
 #include "machine/remote/RemoteShellFactory.h"
 #include "machine/core/RendererConfig.h"
@@ -113,7 +114,9 @@ std::vector<CommonArgvParser::Option> CommonArgvParser::makeOptions() {
         {"-rgraphics", 1, "Missing -rgraphics arg", entered,
          [this](char** v) { applyRendererGraphics(v[0]); }},
         {"-memorymonitor", 1, "Missing -memorymonitor arg", entered,
-         [&settings](char** v) { settings.memoryMonitorPeriod = std::strtof(v[0], nullptr); }},
+         [&settings](char** v) {
+             settings.memoryMonitorPeriod = OptionValue::seconds("-memorymonitor", v[0]);
+         }},
     };
 }
 

@@ -21,8 +21,10 @@
 #include "machine/core/ParallelErrorHandler.h"
 #include "machine/core/ScopeCommunicators.h"
 #include "machine/core/ServerHost.h"
+#include "machine/core/VectorizationCheck.h"
 #include "machine/files/StandardStreamManager.h"
 #include "machine/monitor/SystemMonitor.h"
+#include "machine/monitor/Timer.h"
 #include "neo/EventTracker.h"
 #include "neo/InternalError.h"
 #include "neo/NonRecoverableError.h"
@@ -102,8 +104,11 @@ ExitStatus Machine::main(int argc, char** argv) {
     bindProcessors(consumed);
     if (!isSerial())
         buildShmemCommunicators();
+    VectorizationCheck::run();
     SynchronizedDynamicLoader::nonStateLoad("TolmScene");
     startParallelErrorHandler();
+    machine._runTimer = std::make_unique<Timer>();
+    machine._runTimer->start();
     if (hasSystemMonitor())
         _systemMonitor->start();
     installWorkerErrorHandler();
@@ -287,8 +292,14 @@ void Machine::takeDown() {
     CommandController::reset();
     EventTracker::reset();
     SingletonCleaner::reset();
+    getSingleton()._runTimer->stop();
     stopCommunicators();
     stopConsole();
+}
+
+const Timer& Machine::getRunTimer() const {
+    TOLM_ASSERT(_runTimer, "The run timer has not been started");
+    return *_runTimer;
 }
 
 void Machine::stopCommunicators() {

@@ -19,6 +19,7 @@ class ScopeCommunicators;
 class ServerHost;
 class StandardStreamManager;
 class SystemMonitor;
+class Timer;
 
 // The one object that turns the processes of a job into a parallel machine: a master (rank 0)
 // and slaves, or one serial process. Every server process enters through `main`, which starts
@@ -180,6 +181,12 @@ class Machine {
     static SystemMonitor& getSystemMonitor();
     static bool hasSystemMonitor() { return _systemMonitor != nullptr; }
 
+    // The run timer: runs from the start of the error handler (start-up) to the take-down;
+    // after `main` it holds the run's times (its statistics need the job's communicator, so
+    // ask them before the take-down). InternalError "The run timer has not been started"
+    // before start-up.
+    const Timer& getRunTimer() const;
+
     // Clock.
     static std::string getTime();
     static std::string getStartTime();
@@ -236,6 +243,7 @@ class Machine {
     static std::unique_ptr<SystemMonitor> _systemMonitor;
 
     std::unique_ptr<ParallelErrorHandler> _parallelErrorHandler;
+    std::unique_ptr<Timer> _runTimer;
     ExitStatus _exitStatus;
     std::unique_ptr<StandardStreamManager> _standardStreamManager;
     std::unique_ptr<OnExitObservable> _onExitObservable;

@@ -31,6 +31,10 @@ std::string MpiDriverTable::libraryFor(const std::string& value) {
     throw OptionError("Unknown MPI driver: " + value);
 }
 
+std::vector<std::pair<std::string, std::string>> MpiDriverTable::entries() {
+    return {drivers.begin(), drivers.end()};
+}
+
 std::string MpiDriverTable::libraryFromArguments(int argc, char** argv,
                                                  Machine::ArgumentMap& consumed) {
     for (int i = 1; i < argc; ++i) {

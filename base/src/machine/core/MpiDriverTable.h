@@ -1,5 +1,7 @@
 #pragma once
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "machine/core/Machine.h"
 
@@ -13,6 +15,8 @@ class MpiDriverTable {
 
     // The library for a short value; OptionError "Unknown MPI driver: <value>" otherwise.
     static std::string libraryFor(const std::string& value);
+    // The table: (value, library) in the order values are tested.
+    static std::vector<std::pair<std::string, std::string>> entries();
     // The library the arguments ask for, entering the option in `consumed`; OptionError
     // "Missing -mpidriver arg" when the option is the last entry.
     static std::string libraryFromArguments(int argc, char** argv, Machine::ArgumentMap& consumed);

@@ -101,6 +101,11 @@ std::uint64_t ParallelFile::getFileSize() const {
     return getFileSizeImp(_handle);
 }
 
+std::int64_t ParallelFile::tell() const {
+    TOLM_ASSERT(isOpen(), "file not open");
+    return fileTell(_handle);
+}
+
 void ParallelFile::getInfo(std::map<std::string, std::string>& out) const {
     TOLM_ASSERT(isOpen(), "file not open");
     fileGetInfo(_handle, out);
@@ -193,6 +198,15 @@ std::uint64_t ParallelFile::getFileSizeImp(const int& handle) {
     QMX_MPI_Offset size = 0;
     handleError(QMX_MPI_File_get_size(handle, &size));
     return std::uint64_t(size);
+}
+
+// The pointer counts in units of the file view's elementary type; the byte offset does not.
+std::int64_t ParallelFile::fileTell(const int& handle) {
+    QMX_MPI_Offset position = 0;
+    handleError(QMX_MPI_File_get_position(handle, &position));
+    QMX_MPI_Offset bytes = 0;
+    handleError(QMX_MPI_File_get_byte_offset(handle, position, &bytes));
+    return std::int64_t(bytes);
 }
 
 int ParallelFile::fileWrite(const void* buffer, int count, int datatype, const int& handle) {

@@ -53,6 +53,9 @@ class ParallelFile {
     // RAID5, "raid5_width", "raid5_depth", "alignment_size"); nothing on other file systems.
     void getInfo(std::map<std::string, std::string>& out) const;
 
+    // The byte offset of this process's individual file pointer.
+    std::int64_t tell() const;
+
     // At the individual file pointer.
     void write(ConstView data);
     void read(View data);
@@ -76,6 +79,7 @@ class ParallelFile {
     static int fileOpen(const int& comm, const std::string& name, int mode, int& error);
     static void fileClose(int& handle);
     static std::uint64_t getFileSizeImp(const int& handle);
+    static std::int64_t fileTell(const int& handle);
     static int fileWrite(const void* buffer, int count, int datatype, const int& handle);
     static int fileRead(void* buffer, int count, int datatype, const int& handle);
     static int fileWriteAt(std::int64_t offset, const void* buffer, int count, int datatype,

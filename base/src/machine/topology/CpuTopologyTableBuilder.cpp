@@ -39,6 +39,13 @@ std::vector<hwloc_obj_t> collect(hwloc_obj_t root, hwloc_obj_type_t type) {
     return found;
 }
 
+// `list[index]`; the lists a caller pairs up by position must agree in length.
+template <typename T>
+const T& elementAt(const std::vector<T>& list, std::size_t index) {
+    TOLM_ASSERT(index < list.size(), "Index out of range.");
+    return list[index];
+}
+
 std::vector<HwlocObj> numbered(const std::vector<hwloc_obj_t>& objects) {
     std::vector<HwlocObj> list;
     list.reserve(objects.size());
@@ -117,7 +124,7 @@ std::vector<HwlocContainer> CpuTopologyTableBuilder::nest(
     std::vector<HwlocContainer> nested;
     nested.reserve(containers.size());
     for (std::size_t i = 0; i < containers.size(); ++i) {
-        const hwloc_obj_t root = roots.empty() ? containers[i].obj : roots[i];
+        const hwloc_obj_t root = roots.empty() ? containers[i].obj : elementAt(roots, i);
         nested.push_back({containers[i], nestedBelow(root, type, numbers)});
     }
     return nested;

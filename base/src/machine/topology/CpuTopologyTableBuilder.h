@@ -37,7 +37,8 @@ class CpuTopologyTableBuilder {
     static std::vector<hwloc_obj_t> getParents(const std::vector<HwlocObj>& numaNodes);
 
     // Each container with the members of `allTypeObjs` found below the container's root
-    // object (`roots[i]`, or the container itself when `roots` is empty).
+    // object (`roots[i]`, or the container itself when `roots` is empty). InternalError
+    // "Index out of range." when `roots` has fewer entries than `containers`.
     static std::vector<HwlocContainer> nest(const std::vector<HwlocObj>& containers,
                                             const std::vector<hwloc_obj_t>& roots,
                                             const std::vector<HwlocObj>& allTypeObjs);

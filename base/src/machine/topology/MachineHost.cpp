@@ -34,36 +34,6 @@ std::string lpuList(const AffinityMask& mask) {
     return ProcessAffinitySummary::lpuList(mask);
 }
 
-// What every process first tells the others: the length of its host name and its process id.
-struct ProcessIdentity {
-    unsigned nameLength;
-    unsigned pid;
-};
-
-// The host name and process id of every rank, in rank order: the lengths and process ids
-// first, then the names' characters.
-void allGatherIdentities(Communicator& comm, const std::string& name, unsigned pid,
-                         std::vector<std::string>& names, std::vector<unsigned>& pids) {
-    std::vector<ProcessIdentity> identities;
-    comm.allGather(ProcessIdentity{MessageLimits::toUnsigned(name.size()), pid}, identities);
-    std::vector<unsigned> lengths;
-    std::uint64_t total = 0;
-    for (const ProcessIdentity& identity : identities) {
-        lengths.push_back(identity.nameLength);
-        total += identity.nameLength;
-    }
-    std::string all(total, '\0');
-    comm.allGatherVector(name.data(), lengths[comm.myRank()], all.data(), lengths, {});
-    names.clear();
-    pids.clear();
-    std::size_t offset = 0;
-    for (const ProcessIdentity& identity : identities) {
-        names.push_back(all.substr(offset, identity.nameLength));
-        pids.push_back(identity.pid);
-        offset += identity.nameLength;
-    }
-}
-
 // A mask as `count` 64-bit words, LPU i in bit i % 64 of word i / 64.
 std::vector<std::uint64_t> toWords(const AffinityMask& mask, std::size_t count) {
     std::vector<std::uint64_t> words(count, 0);
@@ -119,10 +89,10 @@ MachineHost::MachineHost() {
     Communicator* world = Machine::isParallel() ? Machine::globalCommunicator() : nullptr;
     _hostName = world ? world->myName() : Platform::process().hostName();
     const auto pid = static_cast<unsigned>(Platform::process().pid());
-    std::vector<std::string> names{_hostName};
+    const std::vector<std::string> names = gatherHostNames(_hostName);
     std::vector<unsigned> pids{pid};
     if (world)
-        allGatherIdentities(*world, _hostName, pid, names, pids);
+        world->allGather(pid, pids);
     for (unsigned rank = 0; rank < names.size(); ++rank)
         _hostPidMap.emplace(names[rank], std::make_pair(pids[rank], rank));
     std::vector<std::string> distinct;
@@ -134,10 +104,32 @@ MachineHost::MachineHost() {
     if (world)
         buildCommunicators(*world);
     _topology = shareTopology();
-    _available = startUpAvailableMask();
+    _available = _topology->restrictToAvailableResources(_topology->getTopologyMask());
+    _pinnedAtStart =
+        CpuBindingCollisions::isPinned(Affinity::getProcessAffinity(*_topology), _available);
 }
 
 MachineHost::~MachineHost() = default;
+
+std::vector<std::string> MachineHost::gatherHostNames(const std::string& mine) {
+    if (!Machine::isParallel())
+        return {mine};
+    Communicator& world = *Machine::globalCommunicator();
+    std::vector<unsigned> lengths;
+    world.allGather(MessageLimits::toUnsigned(mine.size()), lengths);
+    std::uint64_t total = 0;
+    for (const unsigned length : lengths)
+        total += length;
+    std::string all(total, '\0');
+    world.allGatherVector(mine.data(), lengths[world.myRank()], all.data(), lengths, {});
+    std::vector<std::string> names;
+    std::size_t offset = 0;
+    for (const unsigned length : lengths) {
+        names.push_back(all.substr(offset, length));
+        offset += length;
+    }
+    return names;
+}
 
 void MachineHost::buildCommunicators(Communicator& world) {
     _intraHostComm = world.createCommunicator(_hostRanks);
@@ -168,16 +160,6 @@ std::unique_ptr<CpuTopology> MachineHost::shareTopology() {
 std::unique_ptr<CpuTopology> MachineHost::discoverTopology() {
     ++_topologyDiscoveries;
     return std::make_unique<CpuTopology>();
-}
-
-AffinityMask MachineHost::startUpAvailableMask() const {
-    AffinityMask mine = Affinity::getProcessAffinity(*_topology);
-    if (mine.empty())
-        mine = _topology->getTopologyMask();  // unknown: no restriction but the cpuset's
-    AffinityMask hostAffinity;
-    for (const AffinityMask& mask : gatherHostAffinities(mine))
-        hostAffinity |= mask;
-    return _topology->restrictToAvailableResources(std::move(hostAffinity));
 }
 
 void MachineHost::getHostNames(std::vector<std::string>& names) const {

@@ -24,9 +24,9 @@ class CpuTopology;
 // host's first process, and sent to the others as hwloc XML, so that hwloc explores each
 // machine once and all processes of a host number its LPUs alike.
 //
-// The LPUs available to the processes of a host are those the host's processes may use
-// (their cgroup's cpuset) and that at least one of them was allowed to run on when the host
-// map was built: a launcher or `taskset` that restricts the processes restricts the host.
+// The LPUs available to the processes of a host are those of the topology's allowed set (the
+// cgroup's cpuset), whatever affinity a launcher or `taskset` gave the processes: two ranks
+// started under `taskset -c 0` on a two-core host are bound to LPUs 0 and 1.
 //
 // Errors: InternalError for the communicators of a serial run (see below). A failed hwloc
 // discovery is no error: every process of the host falls back alike (see CpuTopology).
@@ -43,6 +43,10 @@ class MachineHost {
     ~MachineHost();
     MachineHost(const MachineHost&) = delete;
     MachineHost& operator=(const MachineHost&) = delete;
+
+    // Every process's `mine` (its host name), in global-rank order; `mine` alone in a serial
+    // run. Collective over the global communicator.
+    static std::vector<std::string> gatherHostNames(const std::string& mine);
 
     const std::string& getHostName() const { return _hostName; }
     // The distinct host names, in increasing order.
@@ -79,6 +83,9 @@ class MachineHost {
     // Binds this process to an LPU by the policy of "-cpubind" (Machine::getCpuBindingPolicy).
     // An oversubscribed host is left unbound. True when this process was bound.
     bool bindProcesses();
+    // Whether this process was pinned (to fewer than the available LPUs) when the host map
+    // was built, before the machine bound anything: the launcher or the user pinned it.
+    bool wasPinnedAtStart() const { return _pinnedAtStart; }
     // Whether this process runs where bindProcesses (or the contention repair) bound it.
     bool isBoundByMachine() const { return _binding == Binding::Bound; }
     // The union of the affinities of this host's processes. Collective over this host.
@@ -129,7 +136,6 @@ class MachineHost {
     void buildCommunicators(Communicator& world);
     std::unique_ptr<CpuTopology> shareTopology();
     std::unique_ptr<CpuTopology> discoverTopology();
-    AffinityMask startUpAvailableMask() const;
     // Every process's mask, in intra-host rank order (LPUs beyond this host's topology are
     // dropped). Collective over this host.
     std::vector<AffinityMask> gatherHostAffinities(const AffinityMask& mine) const;
@@ -149,6 +155,7 @@ class MachineHost {
     bool _masterOnHost = true;
     std::unique_ptr<CpuTopology> _topology;
     AffinityMask _available;
+    bool _pinnedAtStart = false;
     Binding _binding = Binding::NotAttempted;
     Properties _startUpBinding;
 

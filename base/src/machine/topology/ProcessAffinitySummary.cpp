@@ -52,6 +52,14 @@ std::string hostLines(const Properties& collected, const std::string& host) {
     return {};
 }
 
+bool pinnedByLauncher(const Properties::Value& processes) {
+    for (const Properties::Value& record : processes) {
+        if (!record.value("pinnedAtStart", false))
+            return false;
+    }
+    return !processes.empty();
+}
+
 }  // namespace
 
 Properties ProcessAffinitySummary::makeRecord(const MachineHost& host) {
@@ -65,6 +73,7 @@ Properties ProcessAffinitySummary::makeRecord(const MachineHost& host) {
     record.set("lpus", lpusOf(mask));
     record.set("bound", host.isBoundByMachine() ||
                             CpuBindingCollisions::isPinned(mask, host.getAvailableMask()));
+    record.set("pinnedAtStart", host.wasPinnedAtStart());
     record.set("picture", picture(topology, mask));
     record.set("mainThreadLpus", lpusOf(Affinity::getThreadAffinity(topology)));
     record.set("lastLpus", lpusOf(Affinity::getProcessCpuLocation(topology)));
@@ -95,6 +104,8 @@ std::string ProcessAffinitySummary::format(const Properties& collected, unsigned
         "Process binding (policy " + policy +
         "): " + counted(static_cast<unsigned>(processes.size()), "process", "processes") + " on " +
         counted(numberHosts, "host", "hosts") + "\n";
+    if (pinnedByLauncher(processes))
+        text += "The launcher had pinned every rank before start-up\n";
     std::set<std::string> described;
     for (const Properties::Value& value : processes) {
         const Properties record = Properties::fromValue(value);

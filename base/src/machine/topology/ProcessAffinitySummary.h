@@ -19,6 +19,9 @@ class MachineHost;
 //   [hostA:4713] rank 2 bound to LPU 1: [./B]
 //   [hostB:4714] rank 3 not bound, runs on LPUs 0-1: [B/B]
 //
+// When every process was pinned before the machine bound anything (MachineHost::
+// wasPinnedAtStart), a line under the heading says that the launcher had pinned every rank.
+//
 // Each line names the host and process id in brackets, then the global rank and the LPUs
 // (operating-system processor numbers, as ranges) the process may run on. The picture is the
 // process's host: one bracket per socket, the socket's physical cores separated by "/", one
@@ -47,7 +50,7 @@ class ProcessAffinitySummary {
     static constexpr const char* systemKey = "system";
 
     // This process's record: "rank", "host", "pid", "hostRank", "lpus" (array), "bound",
-    // "picture", "mainThreadLpus" (array), "lastLpus" (array) and "coverage".
+    // "pinnedAtStart", "picture", "mainThreadLpus" (array), "lastLpus" (array) and "coverage".
     static Properties makeRecord(const MachineHost& host);
     // Every process's record, in rank order, as "processes", and the hosts' system
     // information taken out of them as "hosts".
