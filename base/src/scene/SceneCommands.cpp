@@ -26,25 +26,12 @@ std::string roleName() {
     return Machine::isMaster() ? "Master" : "Slave";
 }
 
-std::string bindingPolicyName() {
-    if (!Machine::useInternalBinding())
-        return "disable";
-    switch (Machine::getCpuBindingPolicy()) {
-        case Machine::Latency:
-            return "latency";
-        case Machine::LeastLoad:
-            return "leastload";
-        default:
-            return "bandwidth";
-    }
-}
-
 Properties settings() {
     const Machine& machine = Machine::getSingleton();
     Properties settings;
     settings.set("temporaryDirectory", StringHelper::toString(machine.getTemporaryDirectory()));
     settings.set("threaded", Machine::isThreaded());
-    settings.set("cpuBind", bindingPolicyName());
+    settings.set("cpuBind", Machine::settings().bindingPolicyName());
     settings.set("cpuBindContentionTest", Machine::isCpuBindingContentionTestEnabled());
     settings.set("threadBindingAttributes", Machine::getThreadBindingAttributes());
     settings.set("ioDebug", Machine::getIOVerbosityLevel());

@@ -387,6 +387,11 @@ class Communicator {
     void broadcastInHalves(const BufferBase<unsigned int>& buffer, unsigned int root);
     // What the statistics record as the peer of a collective.
     static constexpr int collectivePeer = -1;
+    // Calls `piece(offset, count)` over the `count` elements per rank, cut in halves until each
+    // piece fits one call: the split gathers' and scatter's one rule of cutting.
+    template <typename Piece>
+    void inFittingPieces(unsigned int count, unsigned int elementSize, const Piece& piece,
+                         unsigned int offset = 0) const;
     // Pieces of split gathers: `count` elements per rank from element `offset` of each rank's
     // block of `stride` elements.
     void gatherPiece(const ConstBufferBase<unsigned int>& send,

@@ -124,24 +124,32 @@ bool Communicator::fitsOneCall(std::uint64_t totalCount, unsigned int elementSiz
     return false;
 }
 
+template <typename Piece>
+void Communicator::inFittingPieces(unsigned int count, unsigned int elementSize,
+                                   const Piece& piece, unsigned int offset) const {
+    if (fitsOneCall(std::uint64_t(count) * size(), elementSize, count)) {
+        piece(offset, count);
+        return;
+    }
+    const unsigned int first = count / 2;
+    inFittingPieces(first, elementSize, piece, offset);
+    inFittingPieces(count - first, elementSize, piece, offset + first);
+}
+
 void Communicator::gather(const ConstBufferBase<unsigned int>& sendbuf,
                           const BufferBase<unsigned int>& recvbuf, unsigned int root) {
     TOLM_ASSERT(sendbuf.type == recvbuf.type, "Communicator::gather : Mismatch in gather types");
     if (sendbuf.size == 0)
         return;
-    gatherPiece(sendbuf, recvbuf, sendbuf.size, 0, sendbuf.size, root);
+    inFittingPieces(sendbuf.size, sendbuf.elementSize, [&](unsigned int offset, unsigned int count) {
+        gatherPiece(sendbuf, recvbuf, sendbuf.size, offset, count, root);
+    });
 }
 
 void Communicator::gatherPiece(const ConstBufferBase<unsigned int>& send,
                                const BufferBase<unsigned int>& recv, unsigned int stride,
                                unsigned int offset, unsigned int count, unsigned int root) {
     const std::uint64_t total = std::uint64_t(count) * size();
-    if (!fitsOneCall(total, send.elementSize, count)) {
-        const unsigned int first = count / 2;
-        gatherPiece(send, recv, stride, offset, first, root);
-        gatherPiece(send, recv, stride, offset + first, count - first, root);
-        return;
-    }
     const bool whole = count == stride;
     const bool isRoot = myRank() == root;
     std::vector<char> pieces(!whole && isRoot ? total * send.elementSize : 0);
@@ -161,19 +169,15 @@ void Communicator::allGather(const ConstBufferBase<unsigned int>& sendbuf,
     TOLM_ASSERT(sendbuf.type == recvbuf.type, "Communicator::allGather : Mismatch in gather types");
     if (sendbuf.size == 0)
         return;
-    allGatherPiece(sendbuf, recvbuf, sendbuf.size, 0, sendbuf.size);
+    inFittingPieces(sendbuf.size, sendbuf.elementSize, [&](unsigned int offset, unsigned int count) {
+        allGatherPiece(sendbuf, recvbuf, sendbuf.size, offset, count);
+    });
 }
 
 void Communicator::allGatherPiece(const ConstBufferBase<unsigned int>& send,
                                   const BufferBase<unsigned int>& recv, unsigned int stride,
                                   unsigned int offset, unsigned int count) {
     const std::uint64_t total = std::uint64_t(count) * size();
-    if (!fitsOneCall(total, send.elementSize, count)) {
-        const unsigned int first = count / 2;
-        allGatherPiece(send, recv, stride, offset, first);
-        allGatherPiece(send, recv, stride, offset + first, count - first);
-        return;
-    }
     const bool whole = count == stride;
     std::vector<char> pieces(whole ? 0 : total * send.elementSize);
     void* target = whole ? recv.data : pieces.data();
@@ -192,19 +196,15 @@ void Communicator::scatter(const ConstBufferBase<unsigned int>& sendbuf,
     TOLM_ASSERT(sendbuf.type == recvbuf.type, "Communicator::scatter : Mismatch in gather types");
     if (recvbuf.size == 0)
         return;
-    scatterPiece(sendbuf, recvbuf, recvbuf.size, 0, recvbuf.size, root);
+    inFittingPieces(recvbuf.size, recvbuf.elementSize, [&](unsigned int offset, unsigned int count) {
+        scatterPiece(sendbuf, recvbuf, recvbuf.size, offset, count, root);
+    });
 }
 
 void Communicator::scatterPiece(const ConstBufferBase<unsigned int>& send,
                                 const BufferBase<unsigned int>& recv, unsigned int stride,
                                 unsigned int offset, unsigned int count, unsigned int root) {
     const std::uint64_t total = std::uint64_t(count) * size();
-    if (!fitsOneCall(total, recv.elementSize, count)) {
-        const unsigned int first = count / 2;
-        scatterPiece(send, recv, stride, offset, first, root);
-        scatterPiece(send, recv, stride, offset + first, count - first, root);
-        return;
-    }
     const bool whole = count == stride;
     const bool isRoot = myRank() == root;
     const std::uint64_t blockBytes = std::uint64_t(count) * recv.elementSize;

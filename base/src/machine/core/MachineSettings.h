@@ -41,6 +41,21 @@ struct MachineSettings {
     // "-xmpidriver", "-xmpiversion": the names reported for the MPI library in a parallel run.
     std::optional<std::string> mpiDistributionName;
     std::optional<std::string> mpiVersionName;
+
+    // The "-cpubind" word of the binding in force: "disable", "latency", "leastload" or
+    // "bandwidth".
+    const char* bindingPolicyName() const {
+        if (!useInternalBinding)
+            return "disable";
+        switch (cpuBindingPolicy) {
+            case Latency:
+                return "latency";
+            case LeastLoad:
+                return "leastload";
+            default:
+                return "bandwidth";
+        }
+    }
 };
 
 }  // namespace tolm

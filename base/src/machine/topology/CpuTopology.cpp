@@ -193,15 +193,25 @@ unsigned CpuTopology::getSocketForPhysicalCore(unsigned physicalCore) const {
 
 // ---- Masks
 
+namespace {
+
+// The union of the masks of `units`.
+template <typename MaskOf>
+AffinityMask unionOf(const std::vector<unsigned>& units, const MaskOf& maskOf) {
+    AffinityMask mask;
+    for (unsigned unit : units)
+        mask |= maskOf(unit);
+    return mask;
+}
+
+}  // namespace
+
 AffinityMask CpuTopology::getLpuMask(unsigned lpu) const {
     return _impl->getLpuMask(lpu);
 }
 
 AffinityMask CpuTopology::getLpuMask(const std::vector<unsigned>& lpus) const {
-    AffinityMask mask;
-    for (unsigned lpu : lpus)
-        mask |= getLpuMask(lpu);
-    return mask;
+    return unionOf(lpus, [this](unsigned lpu) { return getLpuMask(lpu); });
 }
 
 AffinityMask CpuTopology::getPhysicalCoreMask(unsigned physicalCore) const {
@@ -209,10 +219,7 @@ AffinityMask CpuTopology::getPhysicalCoreMask(unsigned physicalCore) const {
 }
 
 AffinityMask CpuTopology::getPhysicalCoreMask(const std::vector<unsigned>& physicalCores) const {
-    AffinityMask mask;
-    for (unsigned physicalCore : physicalCores)
-        mask |= getPhysicalCoreMask(physicalCore);
-    return mask;
+    return unionOf(physicalCores, [this](unsigned physicalCore) { return getPhysicalCoreMask(physicalCore); });
 }
 
 AffinityMask CpuTopology::getNumaMask(unsigned numaNode) const {
@@ -220,10 +227,7 @@ AffinityMask CpuTopology::getNumaMask(unsigned numaNode) const {
 }
 
 AffinityMask CpuTopology::getNumaMask(const std::vector<unsigned>& numaNodes) const {
-    AffinityMask mask;
-    for (unsigned numaNode : numaNodes)
-        mask |= getNumaMask(numaNode);
-    return mask;
+    return unionOf(numaNodes, [this](unsigned numaNode) { return getNumaMask(numaNode); });
 }
 
 AffinityMask CpuTopology::getSocketMask(unsigned socket) const {
@@ -231,10 +235,7 @@ AffinityMask CpuTopology::getSocketMask(unsigned socket) const {
 }
 
 AffinityMask CpuTopology::getSocketMask(const std::vector<unsigned>& sockets) const {
-    AffinityMask mask;
-    for (unsigned socket : sockets)
-        mask |= getSocketMask(socket);
-    return mask;
+    return unionOf(sockets, [this](unsigned socket) { return getSocketMask(socket); });
 }
 
 AffinityMask CpuTopology::getTopologyMask() const {

@@ -162,16 +162,7 @@ std::string ProcessAffinitySummary::namedLpus(const std::vector<unsigned>& lpus)
 }
 
 std::string ProcessAffinitySummary::policyName() {
-    if (!Machine::useInternalBinding())
-        return "disable";
-    switch (Machine::getCpuBindingPolicy()) {
-        case Machine::Latency:
-            return "latency";
-        case Machine::LeastLoad:
-            return "leastload";
-        default:
-            return "bandwidth";
-    }
+    return Machine::settings().bindingPolicyName();
 }
 
 }  // namespace tolm
