@@ -1,10 +1,12 @@
 // The server's command reader on arbitrary input: every non-blank line gets exactly one
-// response line, whatever the line holds.
+// response line, whatever the line holds (deep nesting and numbers at and beyond every limit
+// among them; "Checked" reads numeric fields as the commands do).
 #include <cstddef>
 #include <cstdint>
 #include <sstream>
 #include <string>
 
+#include "neo/CheckedField.h"
 #include "neo/Controller.h"
 #include "platform/StringHelper.h"
 
@@ -27,6 +29,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     tolm::Controller& controller = tolm::Controller::getSingleton();
     controller.registerCommand("Echo", [](const tolm::Properties& command,
                                           tolm::Properties& response) { response = command; });
+    controller.registerCommand("Checked", [](const tolm::Properties& command,
+                                             tolm::Properties& response) {
+        using tolm::CheckedField;
+        response.set("n", CheckedField::integer(command, "n", 1u, 8192u, 128u));
+        response.set("offset", CheckedField::integer(command, "offset", INT64_MIN, INT64_MAX, 0l));
+        response.set("seconds", CheckedField::number(command, "seconds", 0.0, 3600.0, 0.0));
+        if (command.has("ranks"))
+            response.set("ranks", CheckedField::integerList(command, "ranks", 0u, 3u));
+    });
     std::istringstream input(text);
     std::ostringstream output;
     controller.setCommandStreams(input, output);

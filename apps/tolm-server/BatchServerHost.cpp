@@ -56,7 +56,13 @@ ExitStatus BatchServerHost::run(int argc, char** argv, const Machine::ArgumentMa
                      reason.c_str());
         return ExitStatus::FileErrorCode;
     }
-    return runLoop(batch);
+    const ExitStatus status = runLoop(batch);
+    // A directory opens as a stream and fails at its first read; a file may fail mid-way.
+    if (batch.bad()) {
+        std::fprintf(stderr, "Error: Cannot read batch file %s\n", path->c_str());
+        return ExitStatus::FileErrorCode;
+    }
+    return status;
 }
 
 }  // namespace tolm

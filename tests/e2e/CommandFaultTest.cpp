@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <filesystem>
+
 #include "ServerJobs.h"
 #include "support/InteractiveChild.h"
 
@@ -134,6 +136,27 @@ TEST_P(CommandFaults, ABatchCutOffMidLineIsAnsweredAndTheJobEnds) {
     ASSERT_EQ(answers.size(), 2u) << result.out;
     EXPECT_EQ(answers[1].get<std::string>("message"),
               "Malformed command on line 2: Malformed properties text: not valid JSON");
+}
+
+TEST_P(CommandFaults, DeepNestingAndRanksThatDoNotExistAreAnsweredAndTheJobGoesOn) {
+    const std::string deep = std::string(100000, '[') + std::string(100000, ']');
+    // A batch file: MPICH's launcher ends the job when a long line arrives on standard input
+    // faster than the master reads it.
+    const std::string batch = test::makeTemporaryDirectory() + "/batch.jsonl";
+    test::writeTextFile(batch, "{\"command\":\"Echo\",\"deep\":" + deep + "}\n" +
+                                   "{\"command\":\"Fail\",\"ranks\":[4]}\n" +
+                                   "{\"command\":\"Echo\",\"after\":true}\n");
+    const auto result = test::runJob(GetParam(), {"-batch", batch});
+    std::filesystem::remove_all(std::filesystem::path(batch).parent_path());
+    EXPECT_EQ(result.exitCode, 1) << result.err;
+    const auto answers = responses(result.out);
+    ASSERT_EQ(answers.size(), 3u) << result.out << result.err;
+    EXPECT_EQ(answers[0].get<std::string>("message"),
+              "Malformed command on line 1: Malformed properties text: nested deeper than 128 "
+              "levels");
+    EXPECT_EQ(answers[1].get<std::string>("message"),
+              "\"ranks\" must be a list of integers in 0..3");
+    EXPECT_TRUE(answers[2].get<bool>("after"));
 }
 
 INSTANTIATE_TEST_SUITE_P(BothMpis, CommandFaults, test::bothMpis(4, 4), test::caseName);

@@ -107,10 +107,11 @@ TEST_P(FileServer, BadFilesAreReportedInTheSystemsOwnWords) {
     const auto result =
         run(fieldCommand("ReadField", missing) + fieldCommand("WriteField", nowhere, 4) +
             fieldCommand("RestoreState", missing) + fieldCommand("RestoreState", notState) +
-            fieldCommand("RestoreState", noValue));
+            fieldCommand("RestoreState", noValue) + fieldCommand("ReadField", "/dev/zero") +
+            fieldCommand("RestoreState", "/dev/zero") + fieldCommand("ReadField", _dir));
     EXPECT_EQ(result.exitCode, 1) << result.err;
     const auto answers = responses(result.out);
-    ASSERT_EQ(answers.size(), 5u) << result.out;
+    ASSERT_EQ(answers.size(), 8u) << result.out;
     EXPECT_EQ(answers[0].get<std::string>("message"),
               "Cannot open the field file " + missing + " for reading: " +
                   (openMpi() ? "MPI_ERR_NO_SUCH_FILE: no such file or directory"
@@ -121,25 +122,38 @@ TEST_P(FileServer, BadFilesAreReportedInTheSystemsOwnWords) {
                   (openMpi() ? "MPI_ERR_NO_SUCH_FILE: no such file or directory"
                              : "File does not exist, error stack:\n"
                                "ADIO_RESOLVEFILETYPE_FNCALL(397): Invalid file name " +
-                                   nowhere));
+                                   nowhere + ".partial"));
     EXPECT_EQ(answers[2].get<std::string>("message"),
               "Cannot open the state file " + missing + ": No such file or directory");
     EXPECT_EQ(answers[3].get<std::string>("message"),
               notState + " is not a state file: it does not begin with \"TolmState 1\"");
     EXPECT_EQ(answers[4].get<std::string>("message"),
               "The state file " + noValue + " ends without a value for \"name\"");
+    for (const auto& [answer, path] : {std::pair{5, "/dev/zero"}, std::pair{6, "/dev/zero"},
+                                       std::pair{7, _dir.c_str()}}) {
+        EXPECT_EQ(answers[answer].toString(),
+                  R"({"error":"Error","message":")" + std::string(path) +
+                      R"( is not a regular file","severity":1})")
+            << "an error and no size beside it";
+    }
 }
 
 TEST_P(FileServer, AFullDiskLeavesNoFileAndNoClaimOfOne) {
+TEST_P(FileServer, AFullDiskKeepsThePreviousFileAndMakesNoClaimOfANewOne) {
     const SmallFileSystem small(_dir, 0);
     if (!small.mounted())
         GTEST_SKIP() << "cannot mount a 1 MiB tmpfs here: " << small.reason();
     const std::string field = _dir + "/field.bin";
-    const auto result = run(fieldCommand("WriteField", field, 100000));  // 3.2 MB on 1 MiB
+    const auto result = run(fieldCommand("WriteField", field, 4) +
+                            fieldCommand("WriteField", field, 100000));  // 3.2 MB on 1 MiB
     EXPECT_EQ(result.exitCode, 1) << result.err;
-    const auto answer = responses(result.out).at(0);
+    ASSERT_EQ(responses(result.out).size(), 2u) << result.out;
+    const auto answer = responses(result.out).at(1);
     EXPECT_FALSE(answer.has("values") || answer.has("bytes")) << answer.toString();
-    EXPECT_FALSE(std::filesystem::exists(field));
+    EXPECT_EQ(std::filesystem::file_size(field), 4u * GetParam().ranks * sizeof(double))
+        << "the field of the first command";
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(_dir), {}), 1)
+        << "no temporary file is left";
     const auto message = answer.get<std::string>("message");
     if (openMpi()) {  // ompio reports success and prints the system's text itself
         EXPECT_EQ(

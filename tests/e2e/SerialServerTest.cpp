@@ -66,6 +66,42 @@ TEST_F(SerialServer, BadLinesAreAnsweredAndTheBatchGoesOn) {
     EXPECT_TRUE(answers[3].get<bool>("last"));
 }
 
+TEST_F(SerialServer, ADeeplyNestedLineIsAnsweredAndTheBatchGoesOn) {
+    const std::string deep(100000, '[');
+    const auto result = runServer(
+        {"-s", "-batch",
+         batch("{\"command\":\"Echo\",\"deep\":" + deep + std::string(100000, ']') + "}\n" +
+               "{\"command\":\"Echo\",\"last\":true}\n")});
+    EXPECT_EQ(result.exitCode, 1) << result.err;
+    const auto answers = responses(result.out);
+    ASSERT_EQ(answers.size(), 2u) << result.out << result.err;
+    EXPECT_EQ(answers[0].get<std::string>("message"),
+              "Malformed command on line 1: Malformed properties text: nested deeper than 128 "
+              "levels");
+    EXPECT_TRUE(answers[1].get<bool>("last"));
+}
+
+TEST_F(SerialServer, NumericFieldsOutOfTheirRangeAreRefusedNamingFieldAndRange) {
+    const std::vector<std::pair<std::string, std::string>> cases = {
+        {R"({"command":"Solve","iterations":-1})", R"("iterations" must be an integer in 0..1000000)"},
+        {R"({"command":"Solve","n":2.5})", R"("n" must be an integer in 1..8192)"},
+        {R"({"command":"Solve","reportEvery":4294967297})",
+         R"("reportEvery" must be an integer in 1..1000000)"},
+        {R"({"command":"Fail","ranks":[4294967296]})", R"("ranks" must be a list of integers in 0..0)"},
+        {R"({"command":"Sleep","ranks":[1]})", R"("ranks" must be a list of integers in 0..0)"},
+        {R"({"command":"RaiseFloatingPointError","rank":-1})", R"("rank" must be an integer in 0..0)"},
+        {R"({"command":"Sleep","seconds":1e300})", R"("seconds" must be a number in 0..3600)"},
+    };
+    std::string lines;
+    for (const auto& entry : cases)
+        lines += entry.first + "\n";
+    const auto result = runServer({"-s", "-batch", batch(lines)});
+    const auto answers = responses(result.out);
+    ASSERT_EQ(answers.size(), cases.size()) << result.out << result.err;
+    for (std::size_t i = 0; i < cases.size(); ++i)
+        EXPECT_EQ(answers[i].get<std::string>("message", ""), cases[i].second) << cases[i].first;
+}
+
 TEST_F(SerialServer, OptionErrorsExitWithTheInvalidArgumentCode) {
     const std::vector<std::pair<std::vector<std::string>, std::string>> cases = {
         {{"-s", "-tmpdir"}, "Missing -tmpdir arg"},
@@ -87,6 +123,12 @@ TEST_F(SerialServer, MissingBatchFileIsAFileError) {
     EXPECT_EQ(result.exitCode, 4);
     EXPECT_EQ(result.err, "Error: Cannot open batch file " + _dir +
                               "/absent.jsonl: No such file or directory\n");
+}
+
+TEST_F(SerialServer, ABatchThatCannotBeReadIsAFileError) {
+    const auto result = runServer({"-s", "-batch", _dir});
+    EXPECT_EQ(result.exitCode, 4);
+    EXPECT_EQ(result.err, "Error: Cannot read batch file " + _dir + "\n");
 }
 
 TEST_F(SerialServer, MissingMpiDriverReportsTheLoaderTextAndTheBuiltDrivers) {

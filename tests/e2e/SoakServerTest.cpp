@@ -1,5 +1,5 @@
-// A long run of the server: 10,000 commands, failing and succeeding mixed, through a 4-rank job
-// under both MPIs. Every command must get exactly one answer, in order; the job must end in
+// A long run of the server: 10,000 commands, failing and succeeding mixed, with parallel file
+// writes and reads among them, through a 4-rank job under both MPIs. Every command must get exactly one answer, in order; the job must end in
 // bounded time with the server-error code; no rank's resident memory may grow with the number
 // of commands.
 #include <gtest/gtest.h>
@@ -21,6 +21,8 @@ using test::Job;
 constexpr int commandCount = 10000;
 constexpr int ranks = 4;
 constexpr int memoryEvery = 250;  // a MemoryUsage command every so many
+constexpr int fileEvery = 50;     // a WriteField and a ReadField of a small field every so many
+constexpr int valuesPerRank = 16;
 // The first memory figures are taken once every path has run a few hundred times: MPI's free
 // lists, the allocator's arenas and the monitor settle in that time.
 constexpr int warmUp = 500;
@@ -32,7 +34,7 @@ constexpr std::int64_t residentGrowthBound = 1 << 20;
 
 // One command of the batch and what its answer must say.
 struct Step {
-    enum Kind { echo, failure, quietFailure, memory } kind;
+    enum Kind { echo, failure, quietFailure, memory, file } kind;
     int lowestFailingRank = -1;
     std::string line;
 };
@@ -41,16 +43,22 @@ struct Step {
 const std::vector<std::pair<const char*, int>> failingRanks{
     {"[2,1]", 1}, {"[3]", 3}, {"[0,3]", 0}, {"[1,2,3]", 1}, {"[3,2]", 2}};
 
-Step stepAt(int index) {
+Step stepAt(int index, const std::string& field) {
     if (index % memoryEvery == 0)
         return {Step::memory, -1, "{\"command\":\"MemoryUsage\"}"};
+    if (index % fileEvery == 11 || index % fileEvery == 13) {  // places of echoes
+        const char* command = index % fileEvery == 11 ? "WriteField" : "ReadField";
+        return {Step::file, -1,
+                std::string("{\"command\":\"") + command + "\",\"filename\":\"" + field +
+                    "\",\"valuesPerRank\":" + std::to_string(valuesPerRank) + "}"};
+    }
     if (index % 5 == 2) {
         const auto& [list, lowest] = failingRanks[(index / 5) % failingRanks.size()];
         return {Step::failure, lowest,
                 std::string("{\"command\":\"Fail\",\"ranks\":") + list + "}"};
     }
-    if (index % 5 == 4)  // chooses no rank of the job: succeeds everywhere
-        return {Step::quietFailure, -1, "{\"command\":\"Fail\",\"ranks\":[9]}"};
+    if (index % 5 == 4)  // chooses no rank: succeeds everywhere
+        return {Step::quietFailure, -1, "{\"command\":\"Fail\",\"ranks\":[]}"};
     return {Step::echo, -1, "{\"command\":\"Echo\",\"seq\":" + std::to_string(index) + "}"};
 }
 
@@ -72,6 +80,10 @@ std::string mismatch(const Step& step, int index, const Properties& answer) {
             return "expected the echo of " + std::to_string(index);
         case Step::quietFailure:
             return failed ? "expected success" : "";
+        case Step::file:
+            if (!failed && answer.get<int>("values", -1) == valuesPerRank * ranks)
+                return {};
+            return "expected a field of " + std::to_string(valuesPerRank * ranks) + " values";
         case Step::memory:
             if (!failed && answer.value().at("processes").size() == std::size_t(ranks))
                 return {};
@@ -91,15 +103,16 @@ std::string mismatch(const Step& step, int index, const Properties& answer) {
 class Soak : public testing::TestWithParam<Job> {};
 
 TEST_P(Soak, EveryCommandIsAnsweredOnceInOrderAndMemoryStaysFlat) {
+    const std::string directory = test::makeTemporaryDirectory(), file = directory + "/soak.jsonl";
+    const std::string field = directory + "/field.bin";
     std::vector<Step> steps;
     std::string batch;
     for (int index = 0; index < commandCount; ++index) {
-        steps.push_back(stepAt(index));
+        steps.push_back(stepAt(index, field));
         batch += steps.back().line + '\n';
     }
     // A batch file: MPICH's launcher ends the job when standard input arrives faster than the
     // master reads it.
-    const std::string directory = test::makeTemporaryDirectory(), file = directory + "/soak.jsonl";
     test::writeTextFile(file, batch);
     const auto started = std::chrono::steady_clock::now();
     const auto result = test::runChild(
@@ -110,6 +123,7 @@ TEST_P(Soak, EveryCommandIsAnsweredOnceInOrderAndMemoryStaysFlat) {
                                   << result.err.substr(0, 2000);
 
     std::remove(file.c_str());
+    std::remove(field.c_str());
     std::remove(directory.c_str());
     const auto answers = test::responses(result.out);
     ASSERT_EQ(answers.size(), steps.size()) << result.err.substr(0, 2000);

@@ -9,6 +9,7 @@
 #include "neo/SingletonCleaner.h"
 #include "platform/StringHelper.h"
 #include "support/Argv.h"
+#include "support/ChildRun.h"
 #include "support/Failure.h"
 
 namespace tolm {
@@ -61,8 +62,9 @@ TEST_F(CommonOptions, EveryValueOptionAtTheEndFailsWithItsMessage) {
 }
 
 TEST_F(CommonOptions, ConsumedMapCountsEntriesAndLeavesOthersToTheServer) {
+    const std::string scratch = test::makeTemporaryDirectory();
     const auto consumed =
-        parse({"server", "-time", "-nothreads", "-batch", "file", "-tmpdir", "/scratch", "-param",
+        parse({"server", "-time", "-nothreads", "-batch", "file", "-tmpdir", scratch, "-param",
                "p", "1", "-dmprojectid", "7", "-dmnoshare", "-unknown", "", "-iodebug", "3",
                "-dmrunfile"});  // a design option without its value is the server's too
     const Machine::ArgumentMap expected{{"-time", 1},  {"-nothreads", 1}, {"-tmpdir", 2},
@@ -70,8 +72,17 @@ TEST_F(CommonOptions, ConsumedMapCountsEntriesAndLeavesOthersToTheServer) {
     EXPECT_EQ(consumed, expected);
     EXPECT_FALSE(Machine::isThreaded());
     EXPECT_EQ(Machine::getIOVerbosityLevel(), 3);
-    EXPECT_EQ(Machine::getSingleton().getTemporaryDirectory(), L"/scratch");
+    EXPECT_EQ(Machine::getSingleton().getTemporaryDirectory(), StringHelper::decode(scratch));
     EXPECT_EQ(Machine::getExecutableName().rfind("tolm_unit_tests", 0), 0u);
+}
+
+TEST_F(CommonOptions, TmpdirMustBeAnExistingDirectory) {
+    const std::string file = test::makeTemporaryDirectory() + "/file";
+    test::writeTextFile(file, "x");
+    EXPECT_EQ(failureOf({"server", "-tmpdir", "/nonexistent/tmp"}),
+              "-tmpdir /nonexistent/tmp is not a writable directory: No such file or directory");
+    EXPECT_EQ(failureOf({"server", "-tmpdir", file}),
+              "-tmpdir " + file + " is not a writable directory: Not a directory");
 }
 
 TEST_F(CommonOptions, ParamKeepsTheLastValueForAName) {

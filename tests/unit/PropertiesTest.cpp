@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cfenv>
+
 #include "neo/Error.h"
 #include "neo/InternalError.h"
 #include "neo/NonRecoverableError.h"
@@ -29,6 +31,35 @@ TEST(Properties, MalformedTextIsAnErrorNotACrash) {
         const std::string error = test::errorOf<Error>([&] { Properties{std::string_view(text)}; });
         EXPECT_TRUE(error.starts_with("Malformed properties text: ")) << text << ": " << error;
     }
+}
+
+TEST(Properties, NestingBeyondTheLimitIsRefusedBeforeParsing) {
+    const auto nested = [](unsigned int levels, const std::string& inner) {
+        return "{\"a\":" + std::string(levels - 1, '[') + inner + std::string(levels - 1, ']') +
+               "}";
+    };
+    EXPECT_NO_THROW(Properties{nested(Properties::MAX_NESTING, "1")});
+    EXPECT_NO_THROW(Properties{nested(Properties::MAX_NESTING, "\"[[[{{{\\\"[[[\"")})
+        << "brackets inside strings are text";
+    for (const unsigned int levels : {Properties::MAX_NESTING + 1, 1000000u}) {
+        EXPECT_EQ(test::errorOf<Error>([&] { Properties{nested(levels, "1")}; }),
+                  "Malformed properties text: nested deeper than 128 levels");
+    }
+}
+
+TEST(Properties, ReadingTextLeavesTheFloatingPointFlagsAsTheyWere) {
+    std::feclearexcept(FE_ALL_EXCEPT);
+    for (const char* text : {R"({"tiny":1e-400,"huge":1e400})", R"({"tiny":1e-400,)"}) {
+        try {
+            Properties{std::string_view(text)};
+        } catch (const Error&) {
+        }
+        EXPECT_EQ(std::fetestexcept(FE_ALL_EXCEPT), 0) << text;
+    }
+    std::feraiseexcept(FE_DIVBYZERO);
+    Properties{std::string_view(R"({"tiny":1e-400})")};
+    EXPECT_EQ(std::fetestexcept(FE_ALL_EXCEPT), FE_DIVBYZERO) << "the caller's flags are kept";
+    std::feclearexcept(FE_ALL_EXCEPT);
 }
 
 TEST(Properties, MissingKeysAndWrongTypesNameTheKey) {

@@ -2,8 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "machine/remote/RemoteShellFactory.h"
 #include "neo/Error.h"
+#include "platform/StringHelper.h"
+#include "support/ChildRun.h"
 #include "support/Failure.h"
 
 namespace tolm {
@@ -38,6 +42,18 @@ TEST(RemoteProcessLauncher, VerboseStartPrintsTheCommandAndAMissingShellIsAClear
         "Cannot start \"tolm-no-such-rsh\": No such file or directory");
     EXPECT_EQ(::testing::internal::GetCapturedStdout(),
               "tolm-no-such-rsh -x -l alice node7 run \"a b\" $HOME;|x \"tab\there\"\n");
+}
+
+TEST(RemoteProcessLauncher, AHostNameThatTheShellWouldReadAsAnOptionIsRefused) {
+    auto launcher = RemoteShellFactory::getRemoteProcessLauncher(L"ssh");
+    const std::string marker = test::makeTemporaryDirectory() + "/ran";
+    const std::wstring host = L"-oProxyCommand=touch " + StringHelper::decode(marker);
+    EXPECT_EQ(test::errorOf<Error>([&] { launcher->spawnProcess(host, {L"true"}); }),
+              "Host name \"-oProxyCommand=touch " + marker +
+                  "\" refused: a host name must not be empty or begin with \"-\"");
+    EXPECT_FALSE(std::filesystem::exists(marker));
+    EXPECT_EQ(test::errorOf<Error>([&] { launcher->getCommand(L""); }),
+              "Host name \"\" refused: a host name must not be empty or begin with \"-\"");
 }
 
 }  // namespace

@@ -1,10 +1,60 @@
 #include "neo/Properties.h"
 
+#include <algorithm>
+#include <cfenv>
+
 #include "neo/Error.h"
 
 namespace tolm {
+namespace {
+
+// The deepest nesting of arrays and objects in JSON text, brackets inside strings left out.
+unsigned int nestingOf(std::string_view text) {
+    unsigned int depth = 0;
+    unsigned int deepest = 0;
+    bool inString = false;
+    bool escaped = false;
+    for (const char c : text) {
+        if (inString) {
+            if (escaped)
+                escaped = false;
+            else if (c == '\\')
+                escaped = true;
+            else if (c == '"')
+                inString = false;
+        } else if (c == '"') {
+            inString = true;
+        } else if (c == '[' || c == '{') {
+            deepest = std::max(deepest, ++depth);
+        } else if ((c == ']' || c == '}') && depth > 0) {
+            --depth;
+        }
+    }
+    return deepest;
+}
+
+// Runs a parse without traps and gives back the floating-point environment of the enclosing
+// code as it was, dropping what the parse raised.
+class FloatingPointEnvironmentKept {
+  public:
+    FloatingPointEnvironmentKept() { std::feholdexcept(&_environment); }
+    ~FloatingPointEnvironmentKept() { std::fesetenv(&_environment); }
+    FloatingPointEnvironmentKept(const FloatingPointEnvironmentKept&) = delete;
+    FloatingPointEnvironmentKept& operator=(const FloatingPointEnvironmentKept&) = delete;
+
+  private:
+    std::fenv_t _environment;
+};
+
+}  // namespace
 
 Properties::Properties(std::string_view jsonText) {
+    if (nestingOf(jsonText) > MAX_NESTING) {
+        throw Error("Malformed properties text: nested deeper than " +
+                        std::to_string(MAX_NESTING) + " levels",
+                    1);
+    }
+    const FloatingPointEnvironmentKept environmentKept;
     Value parsed = Value::parse(jsonText, nullptr, false);
     if (parsed.is_discarded())
         throw Error("Malformed properties text: not valid JSON", 1);

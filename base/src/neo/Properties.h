@@ -13,9 +13,14 @@ namespace tolm {
 //
 // Errors: reading text that is not a JSON object, or getting a missing key or a value of
 // another type, throws `Error` naming the key or the text's fault; nothing is half-read.
+// Text nested deeper than MAX_NESTING is refused before it is parsed: copying, comparing and
+// writing a value recurse once per level, so deeper values would overflow the stack. Reading
+// text leaves the floating-point status flags as they were (a number out of range raises them),
+// so that they are not blamed on the command that runs next.
 class Properties {
   public:
     using Value = nlohmann::ordered_json;
+    static constexpr unsigned int MAX_NESTING = 128;
 
     Properties() : _tree(Value::object()) {}
     explicit Properties(std::string_view jsonText);

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "machine/core/Machine.h"
+#include "neo/CheckedField.h"
 #include "neo/Controller.h"
 #include "neo/Error.h"
 #include "neo/NonRecoverableError.h"
@@ -12,10 +13,14 @@
 namespace tolm {
 namespace {
 
+std::uint32_t lastRank() {
+    return Machine::nProcesses() - 1;
+}
+
 bool isChosen(const Properties& command) {
     if (!command.has("ranks"))
         return true;
-    const auto ranks = command.get<std::vector<unsigned int>>("ranks");
+    const auto ranks = CheckedField::integerList(command, "ranks", 0u, lastRank());
     return std::find(ranks.begin(), ranks.end(), Machine::getPartitionId()) != ranks.end();
 }
 
@@ -30,7 +35,7 @@ void fail(const Properties& command, Properties&) {
 }
 
 void raiseFloatingPointError(const Properties& command, Properties& response) {
-    if (command.get<unsigned int>("rank", 0) != Machine::getPartitionId())
+    if (CheckedField::integer(command, "rank", 0u, lastRank(), 0u) != Machine::getPartitionId())
         return;
     volatile double zero = 0.0;
     volatile double quotient = 1.0 / zero;
@@ -40,9 +45,7 @@ void raiseFloatingPointError(const Properties& command, Properties& response) {
 void sleep(const Properties& command, Properties&) {
     if (!isChosen(command))
         return;  // "ranks" chooses the sleepers as it chooses failures
-    const double seconds = command.get<double>("seconds", 0.0);
-    if (seconds < 0.0 || seconds > 3600.0)
-        throw Error("\"seconds\" must lie in 0..3600", 1);
+    const double seconds = CheckedField::number(command, "seconds", 0.0, 3600.0, 0.0);
     std::this_thread::sleep_for(std::chrono::duration<double>(seconds));
 }
 

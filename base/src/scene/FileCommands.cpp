@@ -1,14 +1,19 @@
 #include "scene/FileCommands.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cstdio>
+#include <optional>
 #include <vector>
 
 #include "machine/comm/Communicator.h"
+#include "machine/files/FileReplacement.h"
 #include "machine/files/InputFileStream.h"
 #include "machine/core/Machine.h"
 #include "machine/comm/MessageLimits.h"
 #include "machine/files/ParallelFile.h"
+#include "neo/CheckedField.h"
 #include "neo/Controller.h"
 #include "neo/Error.h"
 #include "platform/FileSystem.h"
@@ -20,6 +25,7 @@ namespace tolm {
 namespace {
 
 constexpr std::uint64_t valueBytes = sizeof(double);
+constexpr std::uint64_t maxStateBytes = 16u << 20;
 
 // The value at `index` of the field: distinct at every position, so that a block in the wrong
 // place or a hole cannot pass for the field.
@@ -77,15 +83,27 @@ std::string checkValues(const std::string& path, const std::vector<double>& valu
     return {};
 }
 
-std::string writeBlock(Communicator& world, const std::string& path, std::uint64_t perRank) {
-    ParallelFile file(world, StringHelper::decode(path), QMX_MPI_MODE_CREATE | QMX_MPI_MODE_WRONLY);
-    if (!file.isOpen())
-        return openFailure(path, "writing", file);
+// "<path> is not a regular file" for a path that names something else (a device, a pipe, a
+// directory): its size says nothing, and reading it may never end. "" otherwise, also for a
+// path that does not exist, which the opening reports.
+std::string notRegularFile(const std::string& path) {
+    struct stat status {};
+    if (::stat(path.c_str(), &status) != 0 || S_ISREG(status.st_mode))
+        return {};
+    return path + " is not a regular file";
+}
+
+// Writes this process's block of the field into `file` (the temporary file of `path`).
+std::string writeBlock(Communicator& world, const std::string& path, const std::string& file,
+                       std::uint64_t perRank) {
+    ParallelFile out(world, StringHelper::decode(file), QMX_MPI_MODE_CREATE | QMX_MPI_MODE_WRONLY);
+    if (!out.isOpen())
+        return openFailure(path, "writing", out);
     const std::uint64_t first = world.myRank() * perRank;
     std::vector<double> values(perRank);
     for (std::uint64_t i = 0; i < perRank; ++i)
         values[i] = fieldValue(first + i);
-    const int code = file.writeAt(std::int64_t(first * valueBytes), viewOf(values));
+    const int code = out.writeAt(std::int64_t(first * valueBytes), viewOf(values));
     if (code != 0)
         return "Writing the field file " + path + " failed: " + ParallelFile::getErrorStr(code);
     return {};
@@ -93,9 +111,9 @@ std::string writeBlock(Communicator& world, const std::string& path, std::uint64
 
 // Reads `count` values from value `first` on, of which the first `expected` must be the
 // field's (the rest lie beyond the end of the file); every process passes the same count.
-std::string readBlock(Communicator& world, const std::string& path, std::uint64_t first,
-                      std::uint64_t count, std::uint64_t expected) {
-    ParallelFile file(world, StringHelper::decode(path), QMX_MPI_MODE_RDONLY);
+std::string readBlock(Communicator& world, const std::string& path, const std::string& fileName,
+                      std::uint64_t first, std::uint64_t count, std::uint64_t expected) {
+    ParallelFile file(world, StringHelper::decode(fileName), QMX_MPI_MODE_RDONLY);
     if (!file.isOpen())
         return openFailure(path, "reading", file);
     std::vector<double> values(count, -1.0);  // -1 is no value of the field
@@ -104,25 +122,31 @@ std::string readBlock(Communicator& world, const std::string& path, std::uint64_
     return checkValues(path, values, first);
 }
 
+// The field goes to a temporary file beside `filename`, which replaces the old file only once
+// every process has written and read back its part: a failure leaves the old file as it was.
 void writeField(const Properties& command, Properties& response) {
     Communicator& world = jobCommunicator("WriteField");
     const auto path = command.get<std::string>("filename");
-    const auto perRank = command.get<std::int64_t>("valuesPerRank");
-    if (perRank < 0 || std::uint64_t(perRank) > MessageLimits::maxUnsignedCount)
-        fail("\"valuesPerRank\" must lie in 0..4294967295");
-    removeOnMaster(path);  // a longer file of an earlier run would keep its tail
+    const auto perRank = CheckedField::integer(command, "valuesPerRank", std::uint64_t(0),
+                                               MessageLimits::maxUnsignedCount);
+    const std::string temporary = FileReplacement::temporaryPathOf(path);
+    std::optional<FileReplacement> replacement;  // the master's to commit or discard
+    if (Machine::isMaster())
+        replacement.emplace(path);
+    removeOnMaster(temporary);  // a longer leftover of a killed write would keep its tail
     world.synchronise();
-    std::string failure = writeBlock(world, path, std::uint64_t(perRank));
+    std::string failure = writeBlock(world, path, temporary, perRank);
     if (!anyFailed(world, failure)) {
         const std::uint64_t neighbour = (world.myRank() + 1) % world.size();
-        failure = readBlock(world, path, neighbour * perRank, perRank, perRank);
+        failure = readBlock(world, path, temporary, neighbour * perRank, perRank, perRank);
     }
+    if (!anyFailed(world, failure) && replacement)
+        failure = replacement->commit();
     if (anyFailed(world, failure)) {
-        removeOnMaster(path);
         raiseIfFailed(failure);
         return;
     }
-    const std::uint64_t values = std::uint64_t(perRank) * world.size();
+    const std::uint64_t values = perRank * world.size();
     response.set("filename", path);
     response.set("values", values);
     response.set("bytes", values * valueBytes);
@@ -131,6 +155,11 @@ void writeField(const Properties& command, Properties& response) {
 void readField(const Properties& command, Properties& response) {
     Communicator& world = jobCommunicator("ReadField");
     const auto path = command.get<std::string>("filename");
+    const std::string notRegular = notRegularFile(path);
+    if (anyFailed(world, notRegular)) {
+        raiseIfFailed(notRegular);
+        return;
+    }
     std::uint64_t bytes = 0;
     {
         ParallelFile file(world, StringHelper::decode(path), QMX_MPI_MODE_RDONLY);
@@ -146,9 +175,11 @@ void readField(const Properties& command, Properties& response) {
     const std::uint64_t share = (values + world.size() - 1) / world.size();
     const std::uint64_t first = std::min(values, world.myRank() * share);
     const std::string failure =
-        readBlock(world, path, first, share, std::min(share, values - first));
-    if (anyFailed(world, failure))
+        readBlock(world, path, path, first, share, std::min(share, values - first));
+    if (anyFailed(world, failure)) {
         raiseIfFailed(failure);
+        return;  // the failing processes' error is the answer, with nothing beside it
+    }
     response.set("filename", path);
     response.set("values", values);
     response.set("bytes", bytes);
@@ -194,8 +225,28 @@ bool ranksAgree(const Properties& entries) {
                        [&all](const std::string& text) { return text == all.front(); });
 }
 
+// Why the reader does not read `path` as a state file, "" when it may: only a regular file of
+// at most maxStateBytes is read, so that the reading ends and its memory is bounded. The
+// reader's answer, on every process.
+std::string stateFileProblem(const std::string& path) {
+    std::string problem;
+    if (Machine::isSerial() || Machine::isMaster()) {
+        problem = notRegularFile(path);
+        struct stat status {};
+        if (problem.empty() && ::stat(path.c_str(), &status) == 0 &&
+            std::uint64_t(status.st_size) > maxStateBytes) {
+            problem = "The state file " + path + " holds " + std::to_string(status.st_size) +
+                      " bytes, more than the " + std::to_string(maxStateBytes) + " it may hold";
+        }
+    }
+    if (Machine::isParallel())
+        Machine::globalCommunicator()->broadcast(problem, Communicator::masterRank());
+    return problem;
+}
+
 void restoreState(const Properties& command, Properties& response) {
     const auto path = command.get<std::string>("filename");
+    raiseIfFailed(stateFileProblem(path));
     InputFileStream state;
     state.setBroadcastFlag(true);
     if (!state.open(path.c_str()))

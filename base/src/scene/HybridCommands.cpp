@@ -13,6 +13,7 @@
 #include "machine/core/Machine.h"
 #include "machine/hybrid/ShmemWindow.h"
 #include "machine/hybrid/ThreadPolicyBase.h"
+#include "neo/CheckedField.h"
 #include "neo/Controller.h"
 #include "neo/Error.h"
 
@@ -71,9 +72,8 @@ void fill(Value* values, std::uint64_t n) {
 
 void hybridReduce(const Properties& command, Properties& response) {
     const ShmemScope scope = scopeNamed(command.get<std::string>("scope", "host"));
-    const auto n = command.get<std::uint64_t>("n", 1u << 20);
-    if (n == 0 || n > (std::uint64_t(1) << 26))
-        throw Error("\"n\" must lie in 1..67108864", 1);
+    const auto n = CheckedField::integer(command, "n", std::uint64_t(1), std::uint64_t(1) << 26,
+                                         std::uint64_t(1) << 20);
     std::vector<Value> local;
     std::optional<ShmemWindow<Value>> shared;
     const Value* group = nullptr;

@@ -3,12 +3,15 @@
 #include "machine/comm/Communicator.h"
 #include "machine/core/Machine.h"
 #include "machine/monitor/Timer.h"
+#include "neo/CheckedField.h"
 #include "neo/Controller.h"
 #include "neo/Error.h"
 #include "scene/JacobiSolver.h"
 
 namespace tolm {
 namespace {
+
+constexpr unsigned int maxSweeps = 1000000;
 
 Properties timeStatistics(const Timer& timer) {
     Properties wall;
@@ -29,13 +32,10 @@ Properties timeStatistics(const Timer& timer) {
 }
 
 void solve(const Properties& command, Properties& response) {
-    const auto n = command.get<unsigned int>("n", 128);
-    const auto iterations = command.get<unsigned int>("iterations", 200);
-    const auto reportEvery = command.get<unsigned int>("reportEvery", 20);
-    if (n == 0 || n > 8192)
-        throw Error("\"n\" must lie in 1..8192", 1);
-    if (reportEvery == 0)
-        throw Error("\"reportEvery\" must be at least 1", 1);
+    const auto n = CheckedField::integer(command, "n", 1u, 8192u, 128u);
+    const auto iterations = CheckedField::integer(command, "iterations", 0u, maxSweeps, 200u);
+    const auto reportEvery = CheckedField::integer(command, "reportEvery", 1u, maxSweeps, 20u);
+    const double tolerance = CheckedField::number(command, "tolerance", 0.0, 1e300, 0.0);
     if (n < Machine::nProcesses()) {
         throw Error("\"n\" must be at least the number of processes", 1);
     }
@@ -45,7 +45,7 @@ void solve(const Properties& command, Properties& response) {
     timer.start();
     JacobiSolver solver(n, global);
     const auto history =
-        solver.solve(iterations, command.get<double>("tolerance", 0.0), reportEvery);
+        solver.solve(iterations, tolerance, reportEvery);
     timer.stop();
 
     std::vector<unsigned long long> strip{solver.firstRow(), solver.rows()};

@@ -8,6 +8,7 @@
 #include "machine/core/ParameterInitialValues.h"
 #include "machine/remote/RemoteShellFactory.h"
 #include "machine/core/RendererConfig.h"
+#include "machine/core/WritableDirectoryOption.h"
 #include "neo/InternalError.h"
 #include "neo/SignalHandler.h"
 #include "neo/SynchronizedDynamicLoader.h"
@@ -78,7 +79,10 @@ std::vector<CommonArgvParser::Option> CommonArgvParser::makeOptions() {
                  StringHelper::decode(v[0]));
          }},
         {"-tmpdir", 1, "Missing -tmpdir arg", entered,
-         [&settings](char** v) { settings.temporaryDirectory = StringHelper::decode(v[0]); }},
+         [&settings](char** v) {
+             WritableDirectoryOption::require("-tmpdir", v[0]);
+             settings.temporaryDirectory = StringHelper::decode(v[0]);
+         }},
         // Slaves' standard streams go to per-process logs in the directory (Machine::startConsole).
         {"-slavelogs", 1, "Missing -slavelogs arg", entered,
          [&settings](char** v) {

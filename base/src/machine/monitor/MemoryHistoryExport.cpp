@@ -8,6 +8,7 @@
 
 #include "machine/comm/Communicator.h"
 #include "machine/core/Machine.h"
+#include "machine/files/FileReplacement.h"
 #include "neo/Error.h"
 
 namespace tolm {
@@ -96,7 +97,8 @@ void MemoryHistoryExport::exportJob(const std::vector<double>& times,
 
 void MemoryHistoryExport::write(const std::string& fileName, const Grid& grid,
                                 const std::vector<std::int64_t>& sums) {
-    std::ofstream out(fileName, std::ios::trunc);
+    FileReplacement replacement(fileName);  // a failed write keeps the old file
+    std::ofstream out(replacement.temporaryPath(), std::ios::trunc);
     out << header << '\n';
     char time[32];
     for (std::size_t line = 0; line < grid.lines && out; ++line) {
@@ -109,6 +111,9 @@ void MemoryHistoryExport::write(const std::string& fileName, const Grid& grid,
     out.close();
     if (!out)
         throw Error("Error detected writing memory monitor history file", 1);
+    const std::string failure = replacement.commit();
+    if (!failure.empty())
+        throw Error(failure, 1);
 }
 
 }  // namespace tolm

@@ -35,6 +35,13 @@ const RemoteProcessLauncher::Option* RemoteProcessLauncher::findOption(
 
 void RemoteProcessLauncher::getCommand(const std::wstring& host, const std::wstring& user,
                                        std::vector<std::wstring>& command) const {
+    // The remote shell would read such a word as one of its options (ssh's -oProxyCommand=
+    // runs a local command).
+    if (host.empty() || host.front() == L'-') {
+        throw Error("Host name \"" + StringHelper::toString(host) +
+                        "\" refused: a host name must not be empty or begin with \"-\"",
+                    1);
+    }
     command.clear();
     command.reserve(2 * _options.size() + 4);
     command.push_back(getProgram());

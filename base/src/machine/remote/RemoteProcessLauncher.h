@@ -16,7 +16,8 @@ class Pipe;
 // and is started directly, with no local shell in between.
 //
 // Errors: a remote shell that cannot be started raises Error with the platform's reason,
-// "Cannot start "<program>": <reason>". A remote shell that starts but cannot reach the host
+// "Cannot start "<program>": <reason>". A host name that is empty or begins with "-" (which the
+// remote shell would take for an option) raises Error before anything starts. A remote shell that starts but cannot reach the host
 // ends with its own exit status (255 for ssh) and explains on its standard error.
 class RemoteProcessLauncher {
 public:
