@@ -1,5 +1,5 @@
 # tolm_add_mpi_test(<target> RANKS <n>... [NAME <name>] [DRIVERS <driver>...] [ARGS <arg>...]
-#                   [TIMEOUT <seconds>])
+#                   [TIMEOUT <seconds>] [ENVIRONMENT <VAR=VALUE>...])
 #
 # Registers the test executable <target> once per MPI driver and rank count, as the CTest test
 # "<name>.<driver>.np<n>" (name defaults to the target). Each runs under the launcher of that
@@ -8,14 +8,15 @@
 # DRIVERS are values of the "-mpi" option and default to both MPIs: openmpi4 mpich2. Every test
 # is labelled "mpi", has a timeout (default 60 s) so that a hang fails, and claims <n>
 # processors, so that CTest never runs a 4-rank job beside another job on a 2-core machine.
+# ENVIRONMENT adds variables to those the launcher needs.
 include_guard(GLOBAL)
 include(${CMAKE_CURRENT_LIST_DIR}/TolmMpi.cmake)
 
 function(tolm_add_mpi_test target)
-    cmake_parse_arguments(PARSE_ARGV 1 ARG "" "NAME;TIMEOUT" "RANKS;DRIVERS;ARGS")
+    cmake_parse_arguments(PARSE_ARGV 1 ARG "" "NAME;TIMEOUT" "RANKS;DRIVERS;ARGS;ENVIRONMENT")
     if(ARG_UNPARSED_ARGUMENTS OR NOT ARG_RANKS)
         message(FATAL_ERROR "tolm_add_mpi_test(${target}): expected RANKS <n>... and only "
-            "NAME, DRIVERS, ARGS, TIMEOUT (got '${ARG_UNPARSED_ARGUMENTS}')")
+            "NAME, DRIVERS, ARGS, TIMEOUT, ENVIRONMENT (got '${ARG_UNPARSED_ARGUMENTS}')")
     endif()
     if(NOT ARG_NAME)
         set(ARG_NAME ${target})
@@ -28,6 +29,7 @@ function(tolm_add_mpi_test target)
     endif()
     foreach(driver IN LISTS ARG_DRIVERS)
         tolm_mpi_flavour(${driver} flavour)
+        set(environment ${TOLM_MPI_ENVIRONMENT_${flavour}} ${ARG_ENVIRONMENT})
         foreach(ranks IN LISTS ARG_RANKS)
             set(test ${ARG_NAME}.${driver}.np${ranks})
             add_test(NAME ${test}
@@ -37,7 +39,7 @@ function(tolm_add_mpi_test target)
                 LABELS mpi
                 TIMEOUT ${ARG_TIMEOUT}
                 PROCESSORS ${ranks}
-                ENVIRONMENT "${TOLM_MPI_ENVIRONMENT_${flavour}}")
+                ENVIRONMENT "${environment}")
         endforeach()
     endforeach()
 endfunction()

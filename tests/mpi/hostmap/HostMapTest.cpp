@@ -122,6 +122,7 @@ TEST(HostMap, AvailableLpusAndOversubscriptionFollowTheStartUpAffinities) {
     const auto cores = static_cast<unsigned>(topology.getPhysicalCoresFromMask(expected).size());
     const unsigned processes = host().getNumberProcesses();
     EXPECT_EQ(host().isOverSubscribed(), processes > cores ? processes - cores : 0u);
+    EXPECT_EQ(host().hasMoreProcessesThanLpus(), processes > expected.count());
 }
 
 // Puts the process back where the launcher let it run.

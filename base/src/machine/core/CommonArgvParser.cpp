@@ -60,6 +60,11 @@ std::vector<CommonArgvParser::Option> CommonArgvParser::makeOptions() {
         mapOnly("-dmnoshare"),
         mapOnly("-time"),
         flag("-nothreads", [] { Machine::_threaded = false; }),
+        flag("-yieldwait",
+             [] {
+                 if (Machine::isParallel())
+                     MpiCore::setYieldingWaits(true);
+             }),
         {"-module", 1, "Missing -module arg", entered,
          [](char** v) { SynchronizedDynamicLoader::load(v[0]); }},
         {"-xmpiversion", 1, "Missing -xmpiversion arg", entered,

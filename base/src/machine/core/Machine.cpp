@@ -13,6 +13,7 @@
 #include "machine/commands/IsolatedFpuContext.h"
 #include "machine/comm/Communicator.h"
 #include "machine/topology/CpuTopology.h"
+#include "machine/topology/CrowdedHostWaits.h"
 #include "machine/topology/MachineHost.h"
 #include "machine/comm/MpiCore.h"
 #include "machine/core/MpiDriverTable.h"
@@ -198,7 +199,7 @@ void Machine::startHost() {
     // hwloc and the MPI library raise floating-point flags of their own while the host map
     // is built; they are not the solver's, and must not surface at its first check.
     const IsolatedFpuContext libraries;
-    _host = std::make_unique<MachineHost>();
+    _host = CrowdedHostWaits::buildHostMap();
 }
 
 MachineHost& Machine::getHost() {
