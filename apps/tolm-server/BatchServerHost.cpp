@@ -8,7 +8,10 @@
 
 #include "machine/commands/CommandController.h"
 #include "machine/core/OptionError.h"
+#include "machine/monitor/Profile.h"
+#include "neo/Command.h"
 #include "neo/Controller.h"
+#include "neo/Error.h"
 #include "platform/Platform.h"
 #include "platform/SystemErrors.h"
 
@@ -34,12 +37,31 @@ ExitStatus runLoop(std::istream& input) {
     return controller.failedCommandCount() ? ExitStatus::ServerErrorCode : ExitStatus();
 }
 
+// "-time": the job's profile, as the Profile command answers it, printed as a table on
+// standard error, where it does not mix with the JSON answers on standard output.
+void printProfile() {
+    const Properties profile = Controller::getSingleton().execute(Command::make("Profile"));
+    if (Error::isErrorIn(profile)) {
+        std::fprintf(stderr, "Error: %s\n", Error::getMessage(profile).c_str());
+        return;
+    }
+    std::fputs(Profile::format(profile).c_str(), stderr);
+    std::fflush(stderr);
+}
+
+ExitStatus runLoopAndProfile(std::istream& input, const Machine::ArgumentMap& consumed) {
+    const ExitStatus status = runLoop(input);
+    if (consumed.contains("-time"))
+        printProfile();
+    return status;
+}
+
 }  // namespace
 
-ExitStatus BatchServerHost::run(int argc, char** argv, const Machine::ArgumentMap&) {
+ExitStatus BatchServerHost::run(int argc, char** argv, const Machine::ArgumentMap& consumed) {
     const auto path = batchFile(argc, argv);
     if (!path)
-        return runLoop(std::cin);
+        return runLoopAndProfile(std::cin, consumed);
     std::ifstream batch(*path);
     if (!batch) {
         const std::string reason = Platform::error().lastErrorText();
@@ -47,7 +69,7 @@ ExitStatus BatchServerHost::run(int argc, char** argv, const Machine::ArgumentMa
                      reason.c_str());
         return ExitStatus::FileErrorCode;
     }
-    return runLoop(batch);
+    return runLoopAndProfile(batch, consumed);
 }
 
 }  // namespace tolm

@@ -1,11 +1,14 @@
 // tolm-server: the reference server. Started by mpirun/mpiexec, or alone with "-s".
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <memory>
 
 #include "BatchServerHost.h"
 #include "machine/core/Machine.h"
 #include "machine/core/OptionError.h"
+#include "machine/monitor/ProfileRecorder.h"
 #include "neo/InternalError.h"
 #include "neo/NonRecoverableError.h"
 
@@ -28,6 +31,11 @@ int endWith(const char* message, tolm::ExitStatus::ErrorCode code) {
 int main(int argc, char** argv) {
     using tolm::ExitStatus;
     tolm::Machine::setServerHost(std::make_unique<tolm::BatchServerHost>());
+    // "-time": every process records where its time goes from the start (the slaves never
+    // run the server host, so this happens here, on every process).
+    if (std::any_of(argv, argv + argc,
+                    [](const char* a) { return a && std::strcmp(a, "-time") == 0; }))
+        tolm::ProfileRecorder::startForProcess();
     try {
         return int(tolm::Machine::main(argc, argv));
     } catch (const tolm::OptionError& error) {

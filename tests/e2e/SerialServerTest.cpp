@@ -61,14 +61,16 @@ TEST_F(SerialServer, BadLinesAreAnsweredAndTheBatchGoesOn) {
     const auto result =
         runServer({"-s", "-batch",
                    batch("{\"command\":\"Echo\"}\n{broken\n{\"command\":\"NoSuchCommand\"}\n"
-                         "{\"command\":\"Echo\",\"last\":true}\n")});
+                         "{\"command\":\"Profile\"}\n{\"command\":\"Echo\",\"last\":true}\n")});
     EXPECT_EQ(result.exitCode, 1) << "failed commands mark the run with the server-error code";
     const auto answers = responses(result.out);
-    ASSERT_EQ(answers.size(), 4u) << result.out;
+    ASSERT_EQ(answers.size(), 5u) << result.out;
     EXPECT_EQ(answers[1].get<std::string>("message"),
               "Malformed command on line 2: Malformed properties text: not valid JSON");
     EXPECT_EQ(answers[2].get<std::string>("message"), "Unknown command: NoSuchCommand");
-    EXPECT_TRUE(answers[3].get<bool>("last"));
+    EXPECT_EQ(answers[3].get<std::string>("message"),
+              "The profile is off: start the server with -time");
+    EXPECT_TRUE(answers[4].get<bool>("last"));
 }
 
 TEST_F(SerialServer, OptionErrorsExitWithTheInvalidArgumentCode) {
