@@ -30,13 +30,6 @@ std::optional<std::string> batchFile(int argc, char** argv) {
     return std::nullopt;
 }
 
-ExitStatus runLoop(std::istream& input) {
-    Controller& controller = Controller::getSingleton();
-    controller.setCommandStreams(input, std::cout);
-    CommandController::getSingleton().processCommands();
-    return controller.failedCommandCount() ? ExitStatus::ServerErrorCode : ExitStatus();
-}
-
 // "-time": the job's profile, as the Profile command answers it, printed as a table on
 // standard error, where it does not mix with the JSON answers on standard output.
 void printProfile() {
@@ -49,11 +42,15 @@ void printProfile() {
     std::fflush(stderr);
 }
 
-ExitStatus runLoopAndProfile(std::istream& input, const Machine::ArgumentMap& consumed) {
-    const ExitStatus status = runLoop(input);
+// The profile is a command of its own, run while the slaves are still in their loop.
+ExitStatus runLoop(std::istream& input, const Machine::ArgumentMap& consumed) {
+    Controller& controller = Controller::getSingleton();
+    controller.setCommandStreams(input, std::cout);
+    controller.processCommands();
     if (consumed.contains("-time"))
         printProfile();
-    return status;
+    CommandController::getSingleton().releaseSlaves();
+    return controller.failedCommandCount() ? ExitStatus::ServerErrorCode : ExitStatus();
 }
 
 }  // namespace
@@ -61,7 +58,7 @@ ExitStatus runLoopAndProfile(std::istream& input, const Machine::ArgumentMap& co
 ExitStatus BatchServerHost::run(int argc, char** argv, const Machine::ArgumentMap& consumed) {
     const auto path = batchFile(argc, argv);
     if (!path)
-        return runLoopAndProfile(std::cin, consumed);
+        return runLoop(std::cin, consumed);
     std::ifstream batch(*path);
     if (!batch) {
         const std::string reason = Platform::error().lastErrorText();
@@ -69,7 +66,7 @@ ExitStatus BatchServerHost::run(int argc, char** argv, const Machine::ArgumentMa
                      reason.c_str());
         return ExitStatus::FileErrorCode;
     }
-    return runLoopAndProfile(batch, consumed);
+    return runLoop(batch, consumed);
 }
 
 }  // namespace tolm

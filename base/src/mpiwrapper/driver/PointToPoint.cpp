@@ -43,8 +43,13 @@ int startSend(NativeStart mpiStart, const void* buf, int count, int datatype, in
     });
 }
 
+// A receive from MPI_PROC_NULL completes at once; its non-blocking form leaves MPICH's
+// status unset, so it takes the blocking form.
 int receiveYielding(void* buf, int count, MPI_Datatype type, int source, int tag, MPI_Comm comm,
                     MPI_Status* status) {
+    if (source == MPI_PROC_NULL) {
+        return MPI_Recv(buf, count, type, source, tag, comm, status);
+    }
     MPI_Request request = MPI_REQUEST_NULL;
     const int rc = MPI_Irecv(buf, count, type, source, tag, comm, &request);
     return rc == MPI_SUCCESS ? waitYielding(&request, status) : rc;
@@ -54,6 +59,16 @@ int receiveYielding(void* buf, int count, MPI_Datatype type, int source, int tag
 int sendReceiveYielding(const void* sendbuf, int sendcount, MPI_Datatype sendtype, int dest,
                         int sendtag, void* recvbuf, int recvcount, MPI_Datatype recvtype,
                         int source, int recvtag, MPI_Comm comm, MPI_Status* status) {
+    if (source == MPI_PROC_NULL) {
+        MPI_Request request = MPI_REQUEST_NULL;
+        const int rc = MPI_Isend(sendbuf, sendcount, sendtype, dest, sendtag, comm, &request);
+        if (rc != MPI_SUCCESS) {
+            return rc;
+        }
+        const int sent = waitYielding(&request, MPI_STATUS_IGNORE);
+        const int received = MPI_Recv(recvbuf, recvcount, recvtype, source, recvtag, comm, status);
+        return sent != MPI_SUCCESS ? sent : received;
+    }
     MPI_Request requests[2] = {MPI_REQUEST_NULL, MPI_REQUEST_NULL};
     int rc = MPI_Irecv(recvbuf, recvcount, recvtype, source, recvtag, comm, &requests[0]);
     if (rc != MPI_SUCCESS) {
