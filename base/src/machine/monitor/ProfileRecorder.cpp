@@ -2,7 +2,27 @@
 
 #include "neo/Controller.h"
 
+#if defined(__x86_64__) || defined(__i386__)
+#include <x86intrin.h>
+#endif
+
 namespace tolm {
+
+std::uint64_t ProfileRecorder::ticks() {
+#if defined(__x86_64__) || defined(__i386__)
+    return __rdtsc();
+#else
+    return static_cast<std::uint64_t>(Clock::now().time_since_epoch().count());
+#endif
+}
+
+double ProfileRecorder::communicationSeconds() const {
+    const double seconds = std::chrono::duration<double>(Clock::now() - _madeAt).count();
+    const std::uint64_t elapsed = ticks() - _madeAtTicks;
+    return elapsed == 0
+               ? 0.0
+               : static_cast<double>(_communicationTicks) * seconds / static_cast<double>(elapsed);
+}
 
 ProfileRecorder::~ProfileRecorder() {
     stop();
@@ -33,11 +53,11 @@ void ProfileRecorder::startForProcess() {
 void ProfileRecorder::open(const char* operation, std::uint64_t bytes) {
     _openOperation = operation;
     _openBytes = bytes;
-    _openedAt = Clock::now();
+    _openedAt = ticks();
 }
 
 void ProfileRecorder::close(int) {
-    _communicationSeconds += std::chrono::duration<double>(Clock::now() - _openedAt).count();
+    _communicationTicks += ticks() - _openedAt;
     OperationCounts& counts = operation(_openOperation);
     ++counts.count;
     counts.bytes += _openBytes;
@@ -82,7 +102,7 @@ Properties ProfileRecorder::toProperties() const {
             {"name", counts.name}, {"count", counts.count}, {"bytes", counts.bytes}});
     }
     record.set("operations", operations);
-    record.set("communicationSeconds", _communicationSeconds);
+    record.set("communicationSeconds", communicationSeconds());
     return record;
 }
 

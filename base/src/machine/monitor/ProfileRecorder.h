@@ -52,7 +52,7 @@ class ProfileRecorder : public Communicator::StatisticsRecorder,
     const std::map<std::string, CommandTimes>& commands() const { return _commands; }
     // In the order of first use.
     const std::vector<OperationCounts>& operations() const { return _operations; }
-    double communicationSeconds() const { return _communicationSeconds; }
+    double communicationSeconds() const;
     // "commands": {name: {"count", "seconds"}}, "operations": [{"name", "count", "bytes"}],
     // "communicationSeconds".
     Properties toProperties() const;
@@ -60,16 +60,23 @@ class ProfileRecorder : public Communicator::StatisticsRecorder,
   private:
     using Clock = std::chrono::steady_clock;
 
+    // The processor's time-stamp counter where there is one (a few nanoseconds to read,
+    // where the clock takes tens), converted to seconds by the clock's pace since the
+    // recorder was made; the clock's own ticks elsewhere.
+    static std::uint64_t ticks();
+
     OperationCounts& operation(const char* name);
 
     std::map<std::string, CommandTimes> _commands;
     std::vector<OperationCounts> _operations;
     // The operation names are literals: one pointer comparison finds a known one.
     std::vector<std::pair<const char*, std::size_t>> _operationIndex;
-    double _communicationSeconds = 0.0;
+    std::uint64_t _communicationTicks = 0;
     const char* _openOperation = nullptr;
     std::uint64_t _openBytes = 0;
-    Clock::time_point _openedAt;
+    std::uint64_t _openedAt = 0;
+    const Clock::time_point _madeAt = Clock::now();
+    const std::uint64_t _madeAtTicks = ticks();
     bool _started = false;
 
     static inline ProfileRecorder* _forProcess = nullptr;
