@@ -24,4 +24,5 @@ done
 for driver in openmpi4 mpich2; do if [[ -x $bin/tolm-files-bench-$driver ]]; then found=1; echo "== tolm-files-bench-$driver"; "$launch" "$driver" 4 "$bin/tolm-files-bench-$driver"; echo; fi; done
 [[ $found -eq 1 ]] || { echo "no benchmarks in $bin (TOLM_BUILD_BENCH off?)" >&2; exit 1; }
 echo "== tolm-bench-startup" && "$bin/tolm-bench-startup" "$bin"
+echo && echo "== tolm-bench-solve" && "$bin/tolm-bench-solve" "$bin"
 echo && echo "== tolm-bench-monitor" && "$bin/tolm-bench-monitor"

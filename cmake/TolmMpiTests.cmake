@@ -11,6 +11,7 @@
 # DRIVERS are values of the "-mpi" option and default to both MPIs: openmpi4 mpich2. Every test
 # is labelled "mpi", has a timeout (default 60 s) so that a hang fails, and claims <n>
 # processors, so that CTest never runs a 4-rank job beside another job on a 2-core machine.
+# ENVIRONMENT adds variables to those the launcher needs.
 include_guard(GLOBAL)
 include(${CMAKE_CURRENT_LIST_DIR}/TolmMpi.cmake)
 
@@ -33,12 +34,12 @@ function(tolm_add_mpi_test target)
     endif()
     foreach(driver IN LISTS ARG_DRIVERS)
         tolm_mpi_flavour(${driver} flavour)
+        set(environment ${TOLM_MPI_ENVIRONMENT_${flavour}} ${ARG_ENVIRONMENT})
         foreach(ranks IN LISTS ARG_RANKS)
             set(test ${ARG_NAME}.${driver}.np${ranks})
             add_test(NAME ${test}
                 COMMAND ${ARG_LAUNCH} ${TOLM_MPI_LAUNCH_${flavour}} ${ARG_OPTIONS} -n ${ranks}
                         ${ARG_RANK} $<TARGET_FILE:${target}> -mpi ${driver} ${ARG_ARGS})
-            set(environment ${TOLM_MPI_ENVIRONMENT_${flavour}} ${ARG_ENVIRONMENT})
             set_tests_properties(${test} PROPERTIES
                 LABELS mpi
                 TIMEOUT ${ARG_TIMEOUT}

@@ -10,17 +10,36 @@
 #include "Preflight.h"
 #include "ServerOptions.h"
 #include "machine/commands/CommandController.h"
+#include "machine/monitor/Profile.h"
+#include "neo/Command.h"
 #include "neo/Controller.h"
+#include "neo/Error.h"
 #include "platform/Platform.h"
 #include "platform/SystemErrors.h"
 
 namespace tolm {
 namespace {
 
-ExitStatus runLoop(std::istream& input) {
+// "-time": the job's profile, as the Profile command answers it, printed as a table on
+// standard error, where it does not mix with the JSON answers on standard output.
+void printProfile() {
+    const Properties profile = Controller::getSingleton().execute(Command::make("Profile"));
+    if (Error::isErrorIn(profile)) {
+        std::fprintf(stderr, "Error: %s\n", Error::getMessage(profile).c_str());
+        return;
+    }
+    std::fputs(Profile::format(profile).c_str(), stderr);
+    std::fflush(stderr);
+}
+
+// The profile is a command of its own, run while the slaves are still in their loop.
+ExitStatus runLoop(std::istream& input, const Machine::ArgumentMap& consumed) {
     Controller& controller = Controller::getSingleton();
     controller.setCommandStreams(input, std::cout);
-    CommandController::getSingleton().processCommands();
+    controller.processCommands();
+    if (consumed.contains("-time"))
+        printProfile();
+    CommandController::getSingleton().releaseSlaves();
     return controller.failedCommandCount() ? ExitStatus::ServerErrorCode : ExitStatus();
 }
 
@@ -47,7 +66,7 @@ ExitStatus BatchServerHost::run(int argc, char** argv, const Machine::ArgumentMa
                          "with Ctrl-D (tolm-server -help lists the commands)\n");
             std::fflush(stderr);
         }
-        return runLoop(std::cin);
+        return runLoop(std::cin, consumed);
     }
     std::ifstream batch(*path);
     if (!batch) {
@@ -56,7 +75,7 @@ ExitStatus BatchServerHost::run(int argc, char** argv, const Machine::ArgumentMa
                      reason.c_str());
         return ExitStatus::FileErrorCode;
     }
-    const ExitStatus status = runLoop(batch);
+    const ExitStatus status = runLoop(batch, consumed);
     // A directory opens as a stream and fails at its first read; a file may fail mid-way.
     if (batch.bad()) {
         std::fprintf(stderr, "Error: Cannot read batch file %s\n", path->c_str());

@@ -1,5 +1,7 @@
 // tolm-server: the reference server. Started by mpirun/mpiexec, or alone with "-s".
+#include <algorithm>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <memory>
 
@@ -8,6 +10,7 @@
 #include "ServerOptions.h"
 #include "machine/core/Machine.h"
 #include "machine/core/OptionError.h"
+#include "machine/monitor/ProfileRecorder.h"
 #include "neo/Controller.h"
 #include "neo/InternalError.h"
 #include "neo/NonRecoverableError.h"
@@ -39,6 +42,11 @@ int main(int argc, char** argv) {
     }
     tolm::Preflight::registerCommand(tolm::Controller::getSingleton());
     tolm::Machine::setServerHost(std::make_unique<tolm::BatchServerHost>());
+    // "-time": every process records where its time goes from the start (the slaves never
+    // run the server host, so this happens here, on every process).
+    if (std::any_of(argv, argv + argc,
+                    [](const char* a) { return a && std::strcmp(a, "-time") == 0; }))
+        tolm::ProfileRecorder::startForProcess();
     try {
         return int(tolm::Machine::main(argc, argv));
     } catch (const tolm::OptionError& error) {

@@ -40,6 +40,26 @@ TEST_P(ParallelServer, MissingBatchFileReleasesTheSlaves) {
               std::string::npos);
 }
 
+// "-time": the Profile command answers with every rank's commands and communication, and
+// the master prints the profile on standard error at the end of the job. "-yieldwait": the
+// processes wait yielding, on any host.
+TEST(ParallelServerOptions, TimeProfilesTheJobAndYieldWaitYields) {
+    const Job job{"mpich2", test::mpich, "MPICH", 2};
+    const auto result = runJob(job, {"-time", "-yieldwait"},
+                               "{\"command\":\"MachineInfo\"}\n{\"command\":\"Profile\"}\n");
+    ASSERT_EQ(result.exitCode, 0) << result.out << result.err;
+    const auto answers = responses(result.out);
+    ASSERT_EQ(answers.size(), 2u) << result.out;
+    EXPECT_TRUE(answers[0].getChild("settings").get<bool>("yieldingWaits"));
+    const Properties& profile = answers[1];
+    EXPECT_EQ(profile.get<int>("processes"), job.ranks);
+    EXPECT_EQ(profile.value().at("commands").at("MachineInfo").at("count").get<int>(), 1);
+    EXPECT_EQ(profile.value().at("communicationSeconds").size(), std::size_t(job.ranks));
+    EXPECT_NE(result.err.find("Profile of the job over 2 processes"), std::string::npos)
+        << result.err;
+    EXPECT_NE(result.err.find("\nProfile "), std::string::npos) << "the Profile command's row";
+}
+
 INSTANTIATE_TEST_SUITE_P(BothMpis, ParallelServer,
                          testing::Values(Job{"openmpi4", test::openMpi, "Open MPI", 1},
                                          Job{"openmpi4", test::openMpi, "Open MPI", 4},

@@ -59,11 +59,13 @@ TEST_F(SerialServer, BadLinesAreAnsweredAndTheBatchGoesOn) {
     const auto result =
         runServer({"-s", "-batch",
                    batch("{\"command\":\"Echo\"}\n{broken\n{\"command\":\"NoSuchCommand\"}\n"
-                         "{\"command\":\"Echo\",\"last\":true}\n")});
+                         "{\"command\":\"Profile\"}\n{\"command\":\"Echo\",\"last\":true}\n")});
     EXPECT_EQ(result.exitCode, 1) << "failed commands mark the run with the server-error code";
     const auto answers = responses(result.out);
-    ASSERT_EQ(answers.size(), 4u) << result.out;  // their texts: ControllerTest
-    EXPECT_TRUE(answers[3].get<bool>("last"));
+    ASSERT_EQ(answers.size(), 5u) << result.out;  // their texts: ControllerTest
+    EXPECT_EQ(answers[3].get<std::string>("message"),
+              "The profile is off: start the server with -time");
+    EXPECT_TRUE(answers[4].get<bool>("last"));
 }
 
 TEST_F(SerialServer, ADeeplyNestedLineIsAnsweredAndTheBatchGoesOn) {

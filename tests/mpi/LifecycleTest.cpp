@@ -131,6 +131,19 @@ TEST(Lifecycle, CpuBindCollisionTestSwitchComesFromTheEnvironment) {
     unsetenv(QMX_MPI_DISABLE_CPU_BIND_COLLISION_TEST_ENV);
 }
 
+// Read when the driver is loaded, applied by QMX_MPI_Init (checked there, below).
+TEST(Lifecycle, YieldWaitSwitchComesFromTheEnvironment) {
+    setenv(QMX_MPI_YIELD_WAIT_ENV, "yes", 1);
+    EXPECT_EQ(QMX_MPI_ERR_BAD_ENVIRONMENT, QMX_MPI_Initialize(driverHandle()));
+    EXPECT_EQ(
+        "Invalid MPI wrapper setting: TOLM_MPI_YIELD_WAIT=\"yes\" is invalid: expected 0 "
+        "or 1",
+        qmxErrorText(QMX_MPI_ERR_BAD_ENVIRONMENT));
+    setenv(QMX_MPI_YIELD_WAIT_ENV, "1", 1);
+    ASSERT_QMX_OK(QMX_MPI_Initialize(driverHandle()));
+    unsetenv(QMX_MPI_YIELD_WAIT_ENV);
+}
+
 TEST(Lifecycle, LoadedDriverRefusesMpiCallsUntilInit) {
     EXPECT_EQ(QMX_MPI_ERR_NOT_INITIALIZED, commRank());
     EXPECT_EQ(QMX_MPI_ERR_MPIO_NOT_SUPPORTED, openAnyFile()) << "MPI-IO was not loaded yet";
@@ -161,6 +174,13 @@ TEST(Lifecycle, InitStartsMpiOnceAndMakesItsLibraryGlobal) {
     EXPECT_EQ(QMX_MPI_ERR_ALREADY_INITIALIZED, QMX_MPI_Init(nullptr, nullptr));
     EXPECT_QMX_OK(commRank());
     EXPECT_GT(QMX_MPI_Wtick(), 0.0) << "the clock is still refused";
+    int yielding = -1;
+    ASSERT_QMX_OK(QMX_MPI_Get_yield_wait(&yielding));
+    EXPECT_EQ(1, yielding) << "TOLM_MPI_YIELD_WAIT=1 when the driver was loaded";
+    EXPECT_EQ(QMX_MPI_ERR_ARG, QMX_MPI_Set_yield_wait(2));
+    ASSERT_QMX_OK(QMX_MPI_Set_yield_wait(0));
+    ASSERT_QMX_OK(QMX_MPI_Get_yield_wait(&yielding));
+    EXPECT_EQ(0, yielding);
     EXPECT_NE(nullptr, dlsym(RTLD_DEFAULT, "MPI_Comm_rank"))
         << "the driver's MPI library is not in the global symbol scope";
 

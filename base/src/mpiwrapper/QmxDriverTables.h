@@ -11,7 +11,7 @@ namespace tolm::mpiwrapper {
 
 // Raised whenever a table's layout or a function's meaning changes, so that a front never
 // calls a driver built for another layout.
-inline constexpr std::uint32_t driverAbiVersion = 1;
+inline constexpr std::uint32_t driverAbiVersion = 2;
 
 #define TOLM_QMX_TABLE_ENTRY(ret, name, params, args) decltype(&QMX_MPI_##name) name;
 

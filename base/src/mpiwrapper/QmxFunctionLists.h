@@ -32,6 +32,8 @@
     X(int, Get_processor_name, (char* name, int* resultlen), (name, resultlen))                    \
     X(double, Wtime, (), ())                                                                       \
     X(double, Wtick, (), ())                                                                       \
+    X(int, Set_yield_wait, (int flag), (flag))                                                     \
+    X(int, Get_yield_wait, (int* flag), (flag))                                                    \
     X(int, Comm_rank, (int comm, int* rank), (comm, rank))                                         \
     X(int, Comm_size, (int comm, int* size), (comm, size))                                         \
     X(int, Comm_dup, (int comm, int* newcomm), (comm, newcomm))                                    \

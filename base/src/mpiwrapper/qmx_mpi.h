@@ -36,6 +36,10 @@
  *   TOLM_MPI_DISABLE_CPU_BIND_COLLISION_TEST  "1" disables the test for processes bound to the
  *       same processing units, "0" or unset keeps it; any other value makes
  *       QMX_MPI_disable_cpu_bind_collision_test fail with QMX_MPI_ERR_BAD_ENVIRONMENT.
+ *   TOLM_MPI_YIELD_WAIT  "1" makes every blocking call wait by yielding (see
+ *       QMX_MPI_Set_yield_wait) from QMX_MPI_Init on, "0" or unset leaves it to the caller;
+ *       read by QMX_MPI_Initialize, which fails with QMX_MPI_ERR_BAD_ENVIRONMENT on any other
+ *       value.
  */
 #ifndef TOLM_QMX_MPI_H
 #define TOLM_QMX_MPI_H
@@ -289,6 +293,7 @@ QMX_MPI_STATIC_ASSERT(offsetof(QMX_MPI_Status_struct, MPI_ERROR) == 8, "error at
 #define QMX_MPI_DEFAULT_MAX_BUFFER_SIZE 2147479552ULL
 #define QMX_MPI_MAX_BUFFER_SIZE_ENV "TOLM_MPI_MAX_BUFFER_SIZE"
 #define QMX_MPI_DISABLE_CPU_BIND_COLLISION_TEST_ENV "TOLM_MPI_DISABLE_CPU_BIND_COLLISION_TEST"
+#define QMX_MPI_YIELD_WAIT_ENV "TOLM_MPI_YIELD_WAIT"
 
 /* The functions below are the library's interface; everything else in it is hidden. */
 #if defined(__GNUC__)
@@ -309,6 +314,13 @@ int QMX_MPI_Get_mpi_version(char* version, int* resultlen);
 uint64_t QMX_MPI_Get_max_buffer_size(void);
 /* *flag = 1 when the test for processes bound to the same processing units is disabled. */
 int QMX_MPI_disable_cpu_bind_collision_test(int* flag);
+/* With flag 1, every blocking call (sends, receives, probes, waits, collectives) starts its
+ * non-blocking form and tests it, yielding the processor between tests and sleeping briefly
+ * after a long wait, instead of letting the MPI library spin: for hosts that run more
+ * processes than processing units. Flag 0 (the default) calls the blocking forms. Only
+ * between QMX_MPI_Init and QMX_MPI_Finalize; set it while no call is in progress. */
+int QMX_MPI_Set_yield_wait(int flag);
+int QMX_MPI_Get_yield_wait(int* flag);
 
 /* ---- Start and end ------------------------------------------------------------------- */
 

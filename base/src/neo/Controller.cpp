@@ -1,5 +1,6 @@
 #include "neo/Controller.h"
 
+#include <chrono>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -68,7 +69,10 @@ bool Controller::executeCommand(const Properties& command, Properties& response)
         announced.emplace(command);
         _scatter.notify(*announced);
     }
-    runHandler(announced ? *announced : command, response);
+    if (_handlerTimed.size() > 0) [[unlikely]]
+        runTimedHandler(announced ? *announced : command, response);
+    else
+        runHandler(announced ? *announced : command, response);
     // A check after the command (floating-point status, other processes' errors) that fails
     // makes the command's answer an error; the loop goes on.
     try {
@@ -86,6 +90,13 @@ Properties Controller::execute(const Properties& command) {
     Properties response;
     executeCommand(command, response);
     return response;
+}
+
+void Controller::runTimedHandler(const Properties& command, Properties& response) const {
+    const auto start = std::chrono::steady_clock::now();
+    runHandler(command, response);
+    const std::chrono::duration<double> seconds = std::chrono::steady_clock::now() - start;
+    _handlerTimed.notify(Command::getCommandName(command), seconds.count());
 }
 
 void Controller::runHandler(const Properties& command, Properties& response) const {

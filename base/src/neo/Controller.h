@@ -68,11 +68,15 @@ class Controller {
     ResponseSubject& getMasterScatterCommandObservable() { return _scatter; }
     ResponseSubject& getMasterGatherResponseObservable() { return _gather; }
     ResponseSubject& getPostExecuteFloatingPointErrorObservable() { return _postExecute; }
+    // Told after the handler of each outermost command, with the command's name and the wall
+    // seconds the handler ran; the clock is read only while it has observers.
+    TypedSubject<const std::string&, double>& getHandlerTimedObservable() { return _handlerTimed; }
     // Told of a termination signal (its number) seen between two commands.
     TypedSubject<int>& getSignalRaisedObservable() { return _signalRaised; }
 
   private:
     void runHandler(const Properties& command, Properties& response) const;
+    void runTimedHandler(const Properties& command, Properties& response) const;
     void answer(const Properties& command);
     void answerMalformedLine(const std::string& problem, unsigned long lineNumber);
     void writeResponse(const Properties& response);
@@ -89,6 +93,7 @@ class Controller {
     ResponseSubject _scatter;
     ResponseSubject _gather;
     ResponseSubject _postExecute;
+    TypedSubject<const std::string&, double> _handlerTimed;
     TypedSubject<int> _signalRaised;
 };
 

@@ -3,8 +3,8 @@
 #include "machine/comm/Communicator.h"
 #include "scene/HostCommands.h"
 
-#include "machine/core/Machine.h"
 #include "machine/comm/MpiCore.h"
+#include "machine/core/Machine.h"
 #include "machine/core/ParameterInitialValues.h"
 #include "machine/remote/RemoteShellFactory.h"
 #include "neo/Controller.h"
@@ -36,6 +36,7 @@ Properties settings() {
     settings.set("threadBindingAttributes", Machine::getThreadBindingAttributes());
     settings.set("ioDebug", Machine::getIOVerbosityLevel());
     settings.set("parallelIo", machine.isParallelIo());
+    settings.set("yieldingWaits", Machine::isParallel() && MpiCore::yieldingWaits());
     settings.set("printPids", Machine::getPrintpids());
     settings.set("devErrorChecking", machine.hasDevErrorChecking());
     settings.set("deleteOnExit", machine.isDeleteOnExit());

@@ -4,6 +4,7 @@
 #include "scene/FileCommands.h"
 #include "scene/HybridCommands.h"
 #include "scene/MemoryCommands.h"
+#include "scene/ProfileCommand.h"
 #include "scene/SceneCommands.h"
 #include "scene/SolveCommand.h"
 
@@ -15,4 +16,5 @@ extern "C" void tolmModuleInitialize() {
     tolm::registerFileCommands(controller);
     tolm::registerHybridCommands(controller);
     tolm::registerMemoryCommands(controller);
+    tolm::registerProfileCommand(controller);
 }

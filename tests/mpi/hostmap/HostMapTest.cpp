@@ -120,6 +120,7 @@ TEST(HostMap, AvailableLpusAreTheAllowedOnesAndOversubscriptionCountsTheirCores)
     const auto cores = static_cast<unsigned>(topology.getPhysicalCoresFromMask(expected).size());
     const unsigned processes = host().getNumberProcesses();
     EXPECT_EQ(host().isOverSubscribed(), processes > cores ? processes - cores : 0u);
+    EXPECT_EQ(host().hasMoreProcessesThanLpus(), processes > expected.count());
 }
 
 TEST(HostMap, HostNamesOfEveryLengthComeBackInRankOrder) {

@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <string>
 #include <vector>
 
 #include "machine/comm/DerivedDatatype.h"
-#include "machine/core/Machine.h"
 #include "machine/comm/MpiCore.h"
 #include "machine/comm/RequestStack.h"
+#include "machine/core/Machine.h"
+#include "machine/topology/MachineHost.h"
 #include "neo/NonRecoverableError.h"
 #include "support/Failure.h"
 
@@ -21,6 +24,15 @@ int rank() {
 }
 int world() {
     return QMX_MPI_COMM_WORLD;
+}
+
+// A host with more processes than LPUs turns yielding waits on at start-up; the environment
+// forces them (the "_yieldwait" registrations run the Communicator's tests so).
+TEST(MpiCore, WaitsYieldOnACrowdedHostOrWhenForced) {
+    const char* forced = std::getenv(QMX_MPI_YIELD_WAIT_ENV);
+    const bool expected =
+        Machine::getHost().hasMoreProcessesThanLpus() || (forced && std::string(forced) == "1");
+    EXPECT_EQ(MpiCore::yieldingWaits(), expected);
 }
 
 TEST(MpiCore, HandleErrorTexts) {

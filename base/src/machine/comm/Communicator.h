@@ -50,6 +50,7 @@ class Communicator {
         virtual void close(int peer) = 0;
     };
     static void setStatisticsRecorder(StatisticsRecorder* recorder) { _statistics = recorder; }
+    static StatisticsRecorder* getStatisticsRecorder() { return _statistics; }
 
     // The world communicator.
     Communicator();

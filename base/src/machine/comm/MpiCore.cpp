@@ -59,4 +59,14 @@ bool MpiCore::disableCpuBindingCollisionTest() {
     return flag == 1;
 }
 
+void MpiCore::setYieldingWaits(bool yielding) {
+    handleError(QMX_MPI_Set_yield_wait(yielding ? 1 : 0));
+}
+
+bool MpiCore::yieldingWaits() {
+    int flag = 0;
+    handleError(QMX_MPI_Get_yield_wait(&flag));
+    return flag == 1;
+}
+
 }  // namespace tolm

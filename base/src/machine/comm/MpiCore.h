@@ -44,6 +44,12 @@ class MpiCore {
     static bool hasMpiSharedMemory();
     static bool disableCpuBindingCollisionTest();
 
+    // Whether every blocking MPI call of this process yields the processor while it waits
+    // instead of spinning (QMX_MPI_Set_yield_wait): on for a host that runs more processes
+    // than LPUs, or by "-yieldwait". Only while MPI runs, between calls.
+    static void setYieldingWaits(bool yielding);
+    static bool yieldingWaits();
+
     // Names of the MPI distribution and version in use, as the job reports them.
     static std::string getDistribName() { return _distribName; }
     static void setDistribName(const std::string& name) { _distribName = name; }

@@ -61,6 +61,7 @@ std::vector<CommonArgvParser::Option> CommonArgvParser::makeOptions() {
         mapOnly("-dmnoshare"),
         mapOnly("-time"),
         flag("-nothreads", [&settings] { settings.threaded = false; }),
+        flag("-yieldwait", [&settings] { settings.yieldingWaits = true; }),
         {"-module", 1, "Missing -module arg", entered,
          [](char** v) { SynchronizedDynamicLoader::load(v[0]); }},
         {"-xmpiversion", 1, "Missing -xmpiversion arg", entered,

@@ -14,6 +14,7 @@
 #include "machine/comm/CommunicationLocks.h"
 #include "machine/comm/Communicator.h"
 #include "machine/topology/CpuTopology.h"
+#include "machine/topology/CrowdedHostWaits.h"
 #include "machine/topology/MachineHost.h"
 #include "machine/comm/MpiCore.h"
 #include "machine/core/MpiDriverTable.h"
@@ -184,6 +185,8 @@ void Machine::applySettings() {
         enableSystemMonitor(true, *_settings.memoryMonitorPeriod);
     if (!isParallel())
         return;
+    if (_settings.yieldingWaits)
+        MpiCore::setYieldingWaits(true);
     if (_settings.mpiDistributionName)
         MpiCore::setDistribName(*_settings.mpiDistributionName);
     if (_settings.mpiVersionName)
@@ -208,7 +211,7 @@ void Machine::startHost() {
     // hwloc and the MPI library raise floating-point flags of their own while the host map
     // is built; they are not the solver's, and must not surface at its first check.
     const IsolatedFpuContext libraries;
-    _host = std::make_unique<MachineHost>();
+    _host = CrowdedHostWaits::buildHostMap();
 }
 
 MachineHost& Machine::getHost() {

@@ -27,6 +27,8 @@ struct MachineSettings {
     std::uint32_t threadBindingAttributes = 0;
     std::uint32_t ioVerbosity = 0;
     bool printPids = false;
+    // "-yieldwait": blocking waits yield the processor even where the host is not crowded.
+    bool yieldingWaits = false;
     bool parallelIo = false;
     bool devErrorChecking = true;
     bool deleteOnExit = false;

@@ -219,6 +219,10 @@ unsigned MachineHost::isOverSubscribed() const {
     return processes > cores ? processes - cores : 0;
 }
 
+bool MachineHost::hasMoreProcessesThanLpus() const {
+    return getNumberProcesses() > _available.count();
+}
+
 bool MachineHost::hasMultipleServersRunning() const {
     return ServerProcesses::find(programName()).size() > getNumberProcesses();
 }

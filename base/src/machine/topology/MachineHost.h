@@ -76,6 +76,9 @@ class MachineHost {
     const AffinityMask& getAvailableMask() const { return _available; }
     // Processes of this host beyond its available physical cores; 0 when not oversubscribed.
     unsigned isOverSubscribed() const;
+    // Whether this host runs more processes than its available LPUs, so that a process that
+    // spins while it waits takes the processor from one that works.
+    bool hasMoreProcessesThanLpus() const;
     // Whether more processes of this program run on this host than this job has here: some
     // other job of the same server shares the host.
     bool hasMultipleServersRunning() const;

@@ -6,6 +6,7 @@
 #include "mpiwrapper/driver/NewRequest.h"
 #include "mpiwrapper/driver/ReservedValues.h"
 #include "mpiwrapper/driver/StatusTranslation.h"
+#include "mpiwrapper/driver/YieldingWait.h"
 
 namespace tolm::mpidriver {
 
@@ -20,11 +21,12 @@ using special::tagToNative;
 using NativeSend = int (*)(const void*, int, MPI_Datatype, int, int, MPI_Comm);
 using NativeStart = int (*)(const void*, int, MPI_Datatype, int, int, MPI_Comm, MPI_Request*);
 
-int send(NativeSend mpiSend, const void* buf, int count, int datatype, int dest, int tag,
-         int comm) {
+template <NativeSend mpiSend, NativeStart mpiStart>
+int send(const void* buf, int count, int datatype, int dest, int tag, int comm) {
     return guarded([&] {
-        return qmxCode(mpiSend(buf, count, types.get(datatype), rankToNative(dest),
-                               tagToNative(tag), comms.get(comm)));
+        return qmxCode(blockingCall<mpiSend, mpiStart>(buf, count, types.get(datatype),
+                                                       rankToNative(dest), tagToNative(tag),
+                                                       comms.get(comm)));
     });
 }
 
@@ -41,14 +43,62 @@ int startSend(NativeStart mpiStart, const void* buf, int count, int datatype, in
     });
 }
 
+// A receive from MPI_PROC_NULL completes at once; its non-blocking form leaves MPICH's
+// status unset, so it takes the blocking form.
+int receiveYielding(void* buf, int count, MPI_Datatype type, int source, int tag, MPI_Comm comm,
+                    MPI_Status* status) {
+    if (source == MPI_PROC_NULL) {
+        return MPI_Recv(buf, count, type, source, tag, comm, status);
+    }
+    MPI_Request request = MPI_REQUEST_NULL;
+    const int rc = MPI_Irecv(buf, count, type, source, tag, comm, &request);
+    return rc == MPI_SUCCESS ? waitYielding(&request, status) : rc;
+}
+
+// The receive is posted first, as MPI_Sendrecv may match it before the send completes.
+int sendReceiveYielding(const void* sendbuf, int sendcount, MPI_Datatype sendtype, int dest,
+                        int sendtag, void* recvbuf, int recvcount, MPI_Datatype recvtype,
+                        int source, int recvtag, MPI_Comm comm, MPI_Status* status) {
+    if (source == MPI_PROC_NULL) {
+        MPI_Request request = MPI_REQUEST_NULL;
+        const int rc = MPI_Isend(sendbuf, sendcount, sendtype, dest, sendtag, comm, &request);
+        if (rc != MPI_SUCCESS) {
+            return rc;
+        }
+        const int sent = waitYielding(&request, MPI_STATUS_IGNORE);
+        const int received = MPI_Recv(recvbuf, recvcount, recvtype, source, recvtag, comm, status);
+        return sent != MPI_SUCCESS ? sent : received;
+    }
+    MPI_Request requests[2] = {MPI_REQUEST_NULL, MPI_REQUEST_NULL};
+    int rc = MPI_Irecv(recvbuf, recvcount, recvtype, source, recvtag, comm, &requests[0]);
+    if (rc != MPI_SUCCESS) {
+        return rc;
+    }
+    rc = MPI_Isend(sendbuf, sendcount, sendtype, dest, sendtag, comm, &requests[1]);
+    if (rc != MPI_SUCCESS) {
+        MPI_Cancel(&requests[0]);
+        MPI_Request_free(&requests[0]);
+        return rc;
+    }
+    MPI_Status statuses[2];
+    rc = waitAllYielding(2, requests, statuses);
+    if (rc == MPI_ERR_IN_STATUS) {
+        rc = statuses[0].MPI_ERROR != MPI_SUCCESS ? statuses[0].MPI_ERROR : statuses[1].MPI_ERROR;
+    }
+    if (status != MPI_STATUS_IGNORE) {
+        *status = statuses[0];
+    }
+    return rc;
+}
+
 }  // namespace
 
 int Send(const void* buf, int count, int datatype, int dest, int tag, int comm) {
-    return send(&MPI_Send, buf, count, datatype, dest, tag, comm);
+    return send<&MPI_Send, &MPI_Isend>(buf, count, datatype, dest, tag, comm);
 }
 
 int Ssend(const void* buf, int count, int datatype, int dest, int tag, int comm) {
-    return send(&MPI_Ssend, buf, count, datatype, dest, tag, comm);
+    return send<&MPI_Ssend, &MPI_Issend>(buf, count, datatype, dest, tag, comm);
 }
 
 int Isend(const void* buf, int count, int datatype, int dest, int tag, int comm, int* request) {
@@ -67,8 +117,14 @@ int Recv(void* buf, int count, int datatype, int source, int tag, int comm,
          QMX_MPI_Status_struct* status) {
     return guarded([&] {
         SingleStatus out(status);
-        return out.finish(qmxCode(MPI_Recv(buf, count, types.get(datatype), rankToNative(source),
-                                           tagToNative(tag), comms.get(comm), out.native())));
+        const MPI_Datatype nativeType = types.get(datatype);
+        const MPI_Comm nativeComm = comms.get(comm);
+        if (yieldingWaits()) [[unlikely]] {
+            return out.finish(qmxCode(receiveYielding(buf, count, nativeType, rankToNative(source),
+                                                      tagToNative(tag), nativeComm, out.native())));
+        }
+        return out.finish(qmxCode(MPI_Recv(buf, count, nativeType, rankToNative(source),
+                                           tagToNative(tag), nativeComm, out.native())));
     });
 }
 
@@ -101,6 +157,12 @@ int Sendrecv(const void* sendbuf, int sendcount, int sendtype, int dest, int sen
              QMX_MPI_Status_struct* status) {
     return guarded([&] {
         SingleStatus out(status);
+        if (yieldingWaits()) [[unlikely]] {
+            return out.finish(qmxCode(sendReceiveYielding(
+                sendbuf, sendcount, types.get(sendtype), rankToNative(dest), tagToNative(sendtag),
+                recvbuf, recvcount, types.get(recvtype), rankToNative(source), tagToNative(recvtag),
+                comms.get(comm), out.native())));
+        }
         return out.finish(qmxCode(MPI_Sendrecv(
             sendbuf, sendcount, types.get(sendtype), rankToNative(dest), tagToNative(sendtag),
             recvbuf, recvcount, types.get(recvtype), rankToNative(source), tagToNative(recvtag),
@@ -111,8 +173,9 @@ int Sendrecv(const void* sendbuf, int sendcount, int sendtype, int dest, int sen
 int Probe(int source, int tag, int comm, QMX_MPI_Status_struct* status) {
     return guarded([&] {
         SingleStatus out(status);
-        return out.finish(qmxCode(
-            MPI_Probe(rankToNative(source), tagToNative(tag), comms.get(comm), out.native())));
+        const auto probe = yieldingWaits() ? &probeYielding : &MPI_Probe;
+        return out.finish(
+            qmxCode(probe(rankToNative(source), tagToNative(tag), comms.get(comm), out.native())));
     });
 }
 

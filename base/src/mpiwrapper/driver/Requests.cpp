@@ -8,6 +8,7 @@
 #include "mpiwrapper/driver/NativeHandles.h"
 #include "mpiwrapper/driver/ReservedValues.h"
 #include "mpiwrapper/driver/StatusTranslation.h"
+#include "mpiwrapper/driver/YieldingWait.h"
 
 namespace tolm::mpidriver {
 
@@ -51,8 +52,9 @@ void translateStatuses(int count, QMX_MPI_Status_struct* statuses, int rc, int c
 int completeAll(int count, int* requestsInOut, QMX_MPI_Status_struct* statuses, int* flag) {
     MPI_Request* natives = nativeRequests(count, requestsInOut);
     MPI_Status* nativeOut = nativeStatuses(count, statuses);
-    const int rc = flag ? MPI_Testall(count, natives, flag, nativeOut)
-                        : MPI_Waitall(count, natives, nativeOut);
+    const int rc = flag              ? MPI_Testall(count, natives, flag, nativeOut)
+                   : yieldingWaits() ? waitAllYielding(count, natives, nativeOut)
+                                     : MPI_Waitall(count, natives, nativeOut);
     updateHandles(count, requestsInOut, natives);
     const int code = qmxCode(rc);
     if (!flag || *flag || rc == MPI_ERR_IN_STATUS) {
@@ -66,8 +68,9 @@ int completeAny(int count, int* requestsInOut, int* index, QMX_MPI_Status_struct
     require(index != nullptr);
     MPI_Request* natives = nativeRequests(count, requestsInOut);
     SingleStatus out(status);
-    const int rc = flag ? MPI_Testany(count, natives, index, flag, out.native())
-                        : MPI_Waitany(count, natives, index, out.native());
+    const int rc = flag              ? MPI_Testany(count, natives, index, flag, out.native())
+                   : yieldingWaits() ? waitAnyYielding(count, natives, index, out.native())
+                                     : MPI_Waitany(count, natives, index, out.native());
     updateHandles(count, requestsInOut, natives);
     const bool completed = (!flag || *flag) && *index != MPI_UNDEFINED;
     *index = special::undefinedToQmx(*index);
@@ -81,7 +84,8 @@ int Wait(int* request, QMX_MPI_Status_struct* status) {
         require(request != nullptr);
         MPI_Request& native = requests.slot(*request);
         SingleStatus out(status);
-        const int code = qmxCode(MPI_Wait(&native, out.native()));
+        const int code = qmxCode(yieldingWaits() ? waitYielding(&native, out.native())
+                                                 : MPI_Wait(&native, out.native()));
         *request = requests.update(*request, native);
         return out.finish(code);
     });

@@ -14,6 +14,7 @@ using namespace tolm::mpiwrapper;
 namespace {
 
 std::uint64_t maxBufferSize = QMX_MPI_DEFAULT_MAX_BUFFER_SIZE;
+int yieldWaitFromEnvironment = 0;
 
 void copyText(std::string_view text, char* out, int* length) {
     const std::size_t n = std::min<std::size_t>(text.size(), QMX_MPI_MAX_ERROR_STRING - 1);
@@ -26,13 +27,15 @@ void copyText(std::string_view text, char* out, int* length) {
 
 int QMX_MPI_Initialize(void* handle) {
     std::uint64_t bytes = 0;
-    if (!environment::readMaxBufferSize(bytes)) {
+    int yieldWait = 0;
+    if (!environment::readMaxBufferSize(bytes) || !environment::readYieldWait(yieldWait)) {
         return QMX_MPI_ERR_BAD_ENVIRONMENT;
     }
     if (int rc = wrapperstate::loadMpiDriver(handle)) {
         return rc;
     }
     maxBufferSize = bytes;
+    yieldWaitFromEnvironment = yieldWait;
     return QMX_MPI_SUCCESS;
 }
 
@@ -57,6 +60,7 @@ int QMX_MPI_Init(int* argc, char*** argv) {
     const int rc = liveMpi.Init(argc, argv);
     if (rc == QMX_MPI_SUCCESS) {
         wrapperstate::mpiStarted();
+        liveMpi.Set_yield_wait(yieldWaitFromEnvironment);
     }
     return rc;
 }
@@ -65,6 +69,7 @@ int QMX_MPI_Init_thread(int* argc, char*** argv, int required, int* provided) {
     const int rc = liveMpi.Init_thread(argc, argv, required, provided);
     if (rc == QMX_MPI_SUCCESS) {
         wrapperstate::mpiStarted();
+        liveMpi.Set_yield_wait(yieldWaitFromEnvironment);
     }
     return rc;
 }

@@ -18,6 +18,17 @@ bool refuse(const char* variable, std::string_view value, const char* expected) 
     return false;
 }
 
+// "0" or unset gives 0, "1" gives 1.
+bool readSwitch(const char* variable, int& flag) {
+    const char* text = std::getenv(variable);
+    const std::string_view value = text ? text : "0";
+    if (value != "0" && value != "1") {
+        return refuse(variable, value, "0 or 1");
+    }
+    flag = value == "1" ? 1 : 0;
+    return true;
+}
+
 }  // namespace
 
 bool readMaxBufferSize(std::uint64_t& bytes) {
@@ -40,13 +51,11 @@ bool readMaxBufferSize(std::uint64_t& bytes) {
 }
 
 bool readCpuBindCollisionTestDisabled(int& flag) {
-    const char* text = std::getenv(QMX_MPI_DISABLE_CPU_BIND_COLLISION_TEST_ENV);
-    const std::string_view value = text ? text : "0";
-    if (value != "0" && value != "1") {
-        return refuse(QMX_MPI_DISABLE_CPU_BIND_COLLISION_TEST_ENV, value, "0 or 1");
-    }
-    flag = value == "1" ? 1 : 0;
-    return true;
+    return readSwitch(QMX_MPI_DISABLE_CPU_BIND_COLLISION_TEST_ENV, flag);
+}
+
+bool readYieldWait(int& flag) {
+    return readSwitch(QMX_MPI_YIELD_WAIT_ENV, flag);
 }
 
 const std::string& lastProblem() {

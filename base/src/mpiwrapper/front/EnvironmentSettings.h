@@ -15,6 +15,9 @@ bool readMaxBufferSize(std::uint64_t& bytes);
 // TOLM_MPI_DISABLE_CPU_BIND_COLLISION_TEST: unset or "0" gives 0, "1" gives 1.
 bool readCpuBindCollisionTestDisabled(int& flag);
 
+// TOLM_MPI_YIELD_WAIT: unset or "0" gives 0, "1" gives 1.
+bool readYieldWait(int& flag);
+
 // The text of the last refused setting.
 const std::string& lastProblem();
 
