@@ -18,12 +18,12 @@ unsigned int trueRanks(bool condition, Communicator& over) {
 
 void checkInvariant(bool condition, Communicator& over) {
     if (!Machine::getSingleton().hasDevErrorChecking() ||
-        over.size() >= GlobalCondition::invariantCheckLimit) {
+        Machine::nProcesses() >= GlobalCondition::invariantCheckLimit) {
         return;
     }
     const Machine::ParallelPerformanceCritical::Exemption exemption;
     const unsigned int trueCount = trueRanks(condition, over);
-    TOLM_ASSERT(trueCount == 0 || trueCount == over.size(),
+    TOLM_ASSERT(trueCount == 0 || trueCount == Machine::nProcesses(),
                 "Invalid use of ON_ALL_INVARIANT; conditions differ");
 }
 
@@ -47,7 +47,7 @@ bool GlobalCondition::computeCollectiveCondition(bool condition, ModeEnum mode,
     if (Machine::isSerial()) return condition;
     Communicator& processes = over ? *over : *Machine::globalCommunicator();
     switch (mode) {
-        case ON_ALL: return trueRanks(condition, processes) == processes.size();
+        case ON_ALL: return trueRanks(condition, processes) == Machine::nProcesses();
         case ON_ANY: return trueRanks(condition, processes) > 0;
         case ON_MASTER: {
             char value = condition ? 1 : 0;

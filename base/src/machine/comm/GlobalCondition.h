@@ -18,7 +18,8 @@ public:
     };
 
     GlobalCondition(bool condition, ModeEnum mode);
-    // The same decision among the processes of `over` (the global communicator above).
+    // The same decision made on `over`, a communicator of every process (a duplicate of the
+    // global one, which the form above uses).
     GlobalCondition(bool condition, ModeEnum mode, Communicator& over);
     virtual ~GlobalCondition() = default;
     GlobalCondition(const GlobalCondition&) = default;

@@ -8,7 +8,7 @@ namespace tolm {
 // The communication path only stores a few words (relaxed stores and one release store, plain
 // moves on common processors); the reader takes a consistent copy by reading the sequence
 // number before and after the fields. The sequence is odd inside an operation. The record is
-// one per process: the operations of the main thread are the ones that can hold a job up.
+// one per process: only the main thread communicates.
 class OperationRecord {
   public:
     struct Snapshot {
