@@ -106,8 +106,9 @@ TEST_P(JobFailures, ARankFailingBeforeACollectiveEndsTheJobWithItsErrorAndARollC
     EXPECT_TRUE(responses(result.out).empty()) << result.out;
 }
 
+// Also: waiting for the next command, longer than the hang limit, does not end the job.
 TEST_P(JobFailures, TheRollCallOnDemandLeavesTheJobRunning) {
-    InteractiveChild server(test::jobCommand(GetParam(), {}));
+    InteractiveChild server(test::jobCommand(GetParam(), {"-hangtimeout", "1"}));
     server.writeLine("{\"command\":\"Echo\",\"n\":1}");
     std::string line;
     ASSERT_TRUE(server.readLine(line, 30)) << server.standardError();
@@ -119,6 +120,7 @@ TEST_P(JobFailures, TheRollCallOnDemandLeavesTheJobRunning) {
     const std::string err = server.standardError();
     for (int rank = 0; rank < GetParam().ranks; ++rank)
         expectLine(err, rollCallPattern(rank, "Awaiting command", "Echo\", .*"));
+    ::usleep(2500 * 1000);  // idle for longer than the limit
     server.writeLine("{\"command\":\"Echo\",\"n\":2}");
     ASSERT_TRUE(server.readLine(line, 30)) << server.standardError();
     EXPECT_EQ(Properties(line).get<int>("n"), 2);

@@ -21,8 +21,8 @@ struct FatalSignal {
 };
 
 constexpr FatalSignal fatalSignals[] = {
-    {SIGSEGV, "SIGSEGV (segmentation fault)\n"}, {SIGBUS, "SIGBUS (bus error)\n"},
-    {SIGILL, "SIGILL (illegal instruction)\n"},  {SIGABRT, "SIGABRT (abort)\n"},
+    {SIGSEGV, "SIGSEGV (segmentation fault)\n"},     {SIGBUS, "SIGBUS (bus error)\n"},
+    {SIGILL, "SIGILL (illegal instruction)\n"},      {SIGABRT, "SIGABRT (abort)\n"},
     {SIGFPE, "SIGFPE (floating-point exception)\n"},
 };
 

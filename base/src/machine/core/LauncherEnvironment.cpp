@@ -41,14 +41,16 @@ std::optional<LauncherEnvironment> slurm(const LauncherEnvironment::Lookup& look
     const bool pmi = !has(lookup, "PMIX_RANK") && has(lookup, "PMI_RANK");
     const char* name = pmi ? "Slurm's srun (PMI-2)" : "Slurm's srun";
     const char* driver = pmi ? "mpich2" : "openmpi4";
-    const char* count = has(lookup, "SLURM_STEP_NUM_TASKS") ? "SLURM_STEP_NUM_TASKS" : "SLURM_NTASKS";
+    const char* count =
+        has(lookup, "SLURM_STEP_NUM_TASKS") ? "SLURM_STEP_NUM_TASKS" : "SLURM_NTASKS";
     return launcher(lookup, name, driver, count, "SLURM_PROCID");
 }
 
 }  // namespace
 
 std::optional<LauncherEnvironment> LauncherEnvironment::detect(const Lookup& given) {
-    const Lookup lookup = given ? given : Lookup([](const char* name) { return std::getenv(name); });
+    const Lookup lookup =
+        given ? given : Lookup([](const char* name) { return std::getenv(name); });
     if (has(lookup, "OMPI_COMM_WORLD_SIZE")) {
         return launcher(lookup, "Open MPI's mpirun", "openmpi4", "OMPI_COMM_WORLD_SIZE",
                         "OMPI_COMM_WORLD_RANK");

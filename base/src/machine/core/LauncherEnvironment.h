@@ -22,8 +22,8 @@ class LauncherEnvironment {
   public:
     using Lookup = std::function<const char*(const char*)>;
 
-    std::string name;       // e.g. "MPICH's mpiexec (Hydra)"
-    std::string driver;     // the "-mpi" value that matches it
+    std::string name;    // e.g. "MPICH's mpiexec (Hydra)"
+    std::string driver;  // the "-mpi" value that matches it
     unsigned int processes = 0;
     unsigned int rank = 0;  // this process's rank as the launcher numbers it
 

@@ -1,8 +1,8 @@
 #include "machine/core/RollCall.h"
 
 #include <csignal>
-#include <cstdlib>
 #include <cstdio>
+#include <cstdlib>
 #include <map>
 #include <mutex>
 
@@ -69,7 +69,8 @@ void RollCall::setHangTimeout(const char* text) {
     const double seconds = std::strtod(text, &end);
     if (end == text || *end != '\0' || !(seconds >= 0.0 && seconds <= maxHangTimeout)) {
         throw OptionError(std::string("-hangtimeout takes a number of seconds from 0 to 604800, "
-                                      "not ") + text);
+                                      "not ") +
+                          text);
     }
     setHangTimeout(seconds);
 }
