@@ -24,6 +24,7 @@ class InteractiveChild {
     // The exit code (128 + signal for a signal), or -1 when it did not end in time.
     int waitForExit(double timeoutSeconds);
     std::string standardError() const;
+    int pid() const { return _pid; }
 
   private:
     int _pid = -1;

@@ -2,6 +2,7 @@
 
 #include "machine/core/Machine.h"
 #include "machine/core/OptionError.h"
+#include "machine/core/RollCall.h"
 #include "machine/core/ParameterInitialValues.h"
 #include "machine/remote/RemoteShellFactory.h"
 #include "machine/core/RendererConfig.h"
@@ -52,6 +53,7 @@ TEST_F(CommonOptions, EveryValueOptionAtTheEndFailsWithItsMessage) {
         {"-rrthreads", "Missing -rrthreads arg"},
         {"-rgraphics", "Missing -rgraphics arg"},
         {"-memorymonitor", "Missing -memorymonitor arg"},
+        {"-hangtimeout", "Missing -hangtimeout arg"},
     };
     for (const auto& [option, message] : cases) {
         EXPECT_EQ(failureOf({"server", "-s", option}), message) << option;
@@ -146,6 +148,18 @@ TEST_F(CommonOptions, BadRendererGraphicsIsAnInternalError) {
     });
     EXPECT_TRUE(failure.starts_with("RendererConfig error: ")) << failure;
     EXPECT_TRUE(failure.ends_with(" | error.empty()")) << failure;
+}
+
+TEST_F(CommonOptions, HangTimeoutTakesSecondsWithinItsRange) {
+    parse({"server", "-hangtimeout", "2.5"});
+    EXPECT_EQ(RollCall::getHangTimeout(), 2.5);
+    for (const char* bad : {"soon", "-1", "1e9", "10s", ""}) {
+        EXPECT_EQ(failureOf({"server", "-hangtimeout", bad}),
+                  std::string("-hangtimeout takes a number of seconds from 0 to 604800, not ") +
+                      bad);
+    }
+    parse({"server", "-hangtimeout", "0"});
+    EXPECT_EQ(RollCall::getHangTimeout(), 0.0);
 }
 
 TEST_F(CommonOptions, TemporaryDirectoryDefaultsToThePlatformOne) {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <thread>
 
+#include "machine/comm/Communicator.h"
 #include "machine/core/Machine.h"
 #include "neo/CheckedField.h"
 #include "neo/Controller.h"
@@ -25,8 +26,14 @@ bool isChosen(const Properties& command) {
 }
 
 void fail(const Properties& command, Properties&) {
-    if (!isChosen(command))
+    const bool beforeCollective = command.get<bool>("beforeCollective", false);
+    if (!isChosen(command)) {
+        if (beforeCollective && Machine::isParallel()) {
+            int count = 1;  // a collective the chosen ranks never enter
+            Machine::globalCommunicator()->allReduce(count, QMX_MPI_SUM);
+        }
         return;
+    }
     const std::string message =
         "Command failed on rank " + std::to_string(Machine::getPartitionId());
     if (command.get<bool>("nonRecoverable", false))

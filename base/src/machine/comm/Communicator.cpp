@@ -95,6 +95,13 @@ std::unique_ptr<Communicator> Communicator::createSharedMemCommunicators() {
     return std::unique_ptr<Communicator>(new Communicator(newComm));
 }
 
+std::unique_ptr<Communicator> Communicator::duplicate() {
+    checkSerialCriticalLock();
+    int copy = QMX_MPI_COMM_NULL;
+    MpiCore::handleError(QMX_MPI_Comm_dup(_handle, &copy));
+    return std::unique_ptr<Communicator>(new Communicator(copy));
+}
+
 void Communicator::abort(const ExitStatus& status) {
     std::fflush(stdout);
     std::fflush(stderr);

@@ -71,6 +71,9 @@ class Communicator {
     std::unique_ptr<Communicator> createCommunicator(const std::vector<unsigned int>& ranks);
     // Collective: the processes that can share memory with this one.
     std::unique_ptr<Communicator> createSharedMemCommunicators();
+    // Collective: a communicator over the same processes whose messages and collectives never
+    // match this one's.
+    std::unique_ptr<Communicator> duplicate();
     // Ends the whole job with the status's integer value as exit code.
     void abort(const ExitStatus& status);
     static constexpr std::chrono::milliseconds abortGraceTime{200};

@@ -4,20 +4,24 @@
 // cost more than their checks.
 #include "machine/comm/Communicator.h"
 #include "machine/comm/MpiCore.h"
+#include "machine/comm/OperationRecord.h"
 
 namespace tolm {
 
 // The unmeasured case tests one condition before the call, so a send costs next to nothing over
-// the wrapper's.
+// the wrapper's. The operation record is a handful of stores, read by the roll-call's watchdog.
 template <typename WrapperCall>
 void Communicator::communicate(const char* operation, std::uint64_t bytes, int peer,
                                WrapperCall&& call) {
     checkSerialCriticalLock();
+    OperationRecord::enter(operation, bytes, peer, _handle);
     if (_timerEnabled || _statistics) [[unlikely]] {
         communicateMeasured(operation, bytes, peer, call);
         return;
     }
-    MpiCore::handleError(call());
+    const int err = call();
+    OperationRecord::leave();
+    MpiCore::handleError(err);
 }
 
 template <typename WrapperCall>
@@ -27,6 +31,7 @@ void Communicator::communicateMeasured(const char* operation, std::uint64_t byte
     if (_statistics)
         _statistics->open(operation, bytes);
     const int err = call();
+    OperationRecord::leave();
     if (_statistics)
         _statistics->close(peer);
     if (_timerEnabled)

@@ -60,11 +60,8 @@ void Communicator::gather(const std::string& mine, std::vector<std::string>& all
 
 Communicator& Communicator::recordChannel() {
     // Created on the first collective that needs it, so every rank duplicates together.
-    if (!_recordChannel) {
-        int duplicate = QMX_MPI_COMM_NULL;
-        MpiCore::handleError(QMX_MPI_Comm_dup(_handle, &duplicate));
-        _recordChannel.reset(new Communicator(duplicate));
-    }
+    if (!_recordChannel)
+        _recordChannel = duplicate();
     return *_recordChannel;
 }
 

@@ -4,6 +4,7 @@
 #include "machine/commands/GlobalFloatingPointExceptionStatus.h"
 #include "machine/core/Machine.h"
 #include "machine/core/ParallelErrorHandler.h"
+#include "machine/core/RollCall.h"
 #include "neo/Command.h"
 #include "neo/Controller.h"
 #include "neo/Error.h"
@@ -40,6 +41,10 @@ void CommandController::reset() {
 }
 
 CommandController::CommandController() : _spinWait(false, GlobalCondition::ON_ALL_INVARIANT) {
+    if (Machine::isParallel()) {
+        _agreement = Machine::globalCommunicator()->duplicate();
+        RollCall::nameCommunicator(_agreement->handle(), "machine's private communicator");
+    }
     Controller& controller = Controller::getSingleton();
     if (!controller.hasCommand(EXIT_COMMAND_LOOP)) {
         // On the master the command only travels to the slaves; executing it does nothing.
@@ -55,13 +60,17 @@ void CommandController::attachObservers() {
             TOLM_ASSERT(Machine::isMaster(),
                         "Only the master can observe the Scatter/Gather Command Observable");
             scatterCommand(command);
+            setMasterState(Machine::Processing);
         });
         _gatherObserver = std::make_unique<ResponseObserver>([this](Properties& response) {
             TOLM_ASSERT(Machine::isMaster(),
                         "Only the master can observe the Scatter/Gather Command Observable");
             // Slaves leave their loop on "ExitCommandLoop" without answering it.
-            if (!_slavesLeftLoop)
+            if (!_slavesLeftLoop) {
+                setMasterState(Machine::GatheringResponse);
                 gatherResponse(response);
+            }
+            setMasterState(Machine::AwaitingCommand);
         });
         controller.getMasterScatterCommandObservable().attach(*_scatterObserver);
         controller.getMasterGatherResponseObservable().attach(*_gatherObserver);
@@ -110,7 +119,7 @@ void CommandController::processQueuedCommands() {
     Controller& controller = Controller::getSingleton();
     if (!GlobalCondition(controller.hasQueuedCommands(), GlobalCondition::ON_MASTER))
         return;
-    GlobalFloatingPointExceptionStatus::AssertNoException(AssertNoFpeAccessKey());
+    GlobalFloatingPointExceptionStatus::AssertNoException(AssertNoFpeAccessKey(), agreement());
     if (!(Machine::isSerial() || Machine::isMaster())) {
         slaveCommandLoop();
         return;
@@ -141,26 +150,30 @@ void CommandController::masterExecuteRestoreState(const std::wstring& filename) 
 
 void CommandController::scatterCommand(Properties& command) const {
     const EventTracker::Track track("CommandController", "scatterCommand");
-    Communicator& global = *Machine::globalCommunicator();
+    Communicator& machine = *agreement();
     std::string text = Machine::isMaster() ? command.toString() : std::string();
     // Idle slaves wait here between commands: asleep after a second, not spinning.
     if (!_spinWait)
-        global.noSpinSynchronise(1.0);
+        machine.noSpinSynchronise(1.0);
     unsigned int length = MessageLimits::toUnsigned(text.size());
-    global.broadcast(length, Communicator::masterRank());
+    machine.broadcast(length, Communicator::masterRank());
     text.resize(length);
-    global.broadcast(text.data(), length, Communicator::masterRank());
+    machine.broadcast(text.data(), length, Communicator::masterRank());
     if (!Machine::isMaster())
         command = Properties(text);
-    _slavesLeftLoop = Command::getCommandName(command) == EXIT_COMMAND_LOOP;
+    const std::string name = Command::getCommandName(command);
+    RollCall::setCommand(name);
+    _slavesLeftLoop = name == EXIT_COMMAND_LOOP;
 }
 
 bool CommandController::gatherResponse(Properties& response) const {
     const EventTracker::Track track("CommandController", "gatherResponse");
+    if (Error::isErrorIn(response))
+        RollCall::holdError(Error::getMessage(response));
     if (ParallelErrorHandler* handler = Machine::getSingleton().getParallelErrorHandler()) {
         handler->raisePending();  // a worker thread's error ends the job from here
     }
-    GlobalFloatingPointExceptionStatus::AssertNoException(AssertNoFpeAccessKey());
+    GlobalFloatingPointExceptionStatus::AssertNoException(AssertNoFpeAccessKey(), agreement());
     parseErrorProperties(response);
     return true;
 }
@@ -168,7 +181,7 @@ bool CommandController::gatherResponse(Properties& response) const {
 void CommandController::parseErrorProperties(Properties& response) const {
     const std::string mine = Error::isErrorIn(response) ? response.toString() : std::string();
     std::vector<std::string> texts;
-    Machine::globalCommunicator()->gather(mine, texts, Communicator::masterRank());
+    agreement()->gather(mine, texts, Communicator::masterRank());
     for (unsigned int rank = 0; rank < texts.size(); ++rank) {
         if (texts[rank].empty())
             continue;
@@ -184,6 +197,11 @@ void CommandController::parseErrorProperties(Properties& response) const {
             response.set(RANK_TAG, rank);
         return;
     }
+}
+
+void CommandController::setMasterState(Machine::NodeState state) const {
+    if (Machine::isMaster())
+        Machine::getSingleton().setState(state);
 }
 
 void CommandController::postExecuteFloatingPointErrorCheck(Properties&) const {

@@ -2,7 +2,9 @@
 #include <memory>
 #include <string>
 
+#include "machine/comm/Communicator.h"
 #include "machine/commands/GlobalCondition.h"
+#include "machine/core/Machine.h"
 #include "neo/Properties.h"
 #include "neo/Subject.h"
 
@@ -16,6 +18,11 @@ namespace tolm {
 // rank wins, named under "Rank" unless it is the master). A slave sits in `processCommands`,
 // running what arrives, until the master sends "ExitCommandLoop". A serial process checks
 // its floating-point status after each command.
+//
+// Commands travel, and the checks after each command run, on a private duplicate of the
+// global communicator, so that they never match a collective of a command's own code: a rank
+// whose command failed before a collective the others entered waits in the check, where the
+// roll-call (RollCall) finds it, instead of pairing up with the others' collective.
 class CommandController {
 public:
     static constexpr const char* EXIT_COMMAND_LOOP = "ExitCommandLoop";
@@ -49,6 +56,11 @@ private:
     void endSlaveLoop();
     void attachObservers();
 
+    // The communicator of the machine's own traffic around commands; null in a serial run.
+    Communicator* agreement() const { return _agreement.get(); }
+    void setMasterState(Machine::NodeState state) const;
+
+    std::unique_ptr<Communicator> _agreement;
     GlobalCondition _spinWait;
     std::unique_ptr<TypedObserver<Properties&>> _scatterObserver;
     std::unique_ptr<TypedObserver<Properties&>> _gatherObserver;

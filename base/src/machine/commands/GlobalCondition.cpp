@@ -10,19 +10,19 @@ namespace tolm {
 namespace {
 
 // How many ranks hold the condition.
-unsigned int trueRanks(bool condition) {
+unsigned int trueRanks(bool condition, Communicator& over) {
     int count = condition ? 1 : 0;
-    Machine::globalCommunicator()->allReduce(count, QMX_MPI_SUM);
+    over.allReduce(count, QMX_MPI_SUM);
     return static_cast<unsigned int>(count);
 }
 
-void checkInvariant(bool condition) {
+void checkInvariant(bool condition, Communicator& over) {
     if (!Machine::getSingleton().hasDevErrorChecking() ||
         Machine::nProcesses() >= GlobalCondition::invariantCheckLimit) {
         return;
     }
     const Machine::ParallelPerformanceCritical::Exemption exemption;
-    const unsigned int trueCount = trueRanks(condition);
+    const unsigned int trueCount = trueRanks(condition, over);
     TOLM_ASSERT(trueCount == 0 || trueCount == Machine::nProcesses(),
                 "Invalid use of ON_ALL_INVARIANT; conditions differ");
 }
@@ -30,9 +30,13 @@ void checkInvariant(bool condition) {
 }  // namespace
 
 GlobalCondition::GlobalCondition(bool condition, ModeEnum mode)
-    : _value(computeCollectiveCondition(condition, mode)) {}
+    : _value(computeCollectiveCondition(condition, mode, nullptr)) {}
 
-bool GlobalCondition::computeCollectiveCondition(bool condition, ModeEnum mode) {
+GlobalCondition::GlobalCondition(bool condition, ModeEnum mode, Communicator& over)
+    : _value(computeCollectiveCondition(condition, mode, &over)) {}
+
+bool GlobalCondition::computeCollectiveCondition(bool condition, ModeEnum mode,
+                                                 Communicator* over) {
     if (Machine::getSerialCriticalLock() != 0 &&
         (TolmVersion::isDevelopmentVersion() || !Machine::isSerial())) {
         throw InternalError("Coding error: GlobalCondition attempted in a serial-critical code "
@@ -41,15 +45,16 @@ bool GlobalCondition::computeCollectiveCondition(bool condition, ModeEnum mode) 
     }
     Machine::getSingleton();
     if (Machine::isSerial()) return condition;
+    Communicator& processes = over ? *over : *Machine::globalCommunicator();
     switch (mode) {
-        case ON_ALL: return trueRanks(condition) == Machine::nProcesses();
-        case ON_ANY: return trueRanks(condition) > 0;
+        case ON_ALL: return trueRanks(condition, processes) == Machine::nProcesses();
+        case ON_ANY: return trueRanks(condition, processes) > 0;
         case ON_MASTER: {
             char value = condition ? 1 : 0;
-            Machine::globalCommunicator()->broadcast(value, Communicator::masterRank());
+            processes.broadcast(value, Communicator::masterRank());
             return value != 0;
         }
-        case ON_ALL_INVARIANT: checkInvariant(condition); return condition;
+        case ON_ALL_INVARIANT: checkInvariant(condition, processes); return condition;
     }
     TOLM_ASSERT(false, "Unknown GlobalCondition mode " + std::to_string(int(mode)));
     return condition;

@@ -2,6 +2,8 @@
 
 namespace tolm {
 
+class Communicator;
+
 // A boolean every process agrees on, so that all ranks take the same branch of a collective
 // code path. Constructed collectively: every rank constructs it at the same point with the
 // same mode. A serial process keeps its own value and communicates nothing.
@@ -16,6 +18,9 @@ public:
     };
 
     GlobalCondition(bool condition, ModeEnum mode);
+    // The same decision made on `over`, a communicator of every process (a duplicate of the
+    // global one, which the form above uses).
+    GlobalCondition(bool condition, ModeEnum mode, Communicator& over);
     virtual ~GlobalCondition() = default;
     GlobalCondition(const GlobalCondition&) = default;
     GlobalCondition& operator=(const GlobalCondition&) = default;
@@ -26,7 +31,7 @@ public:
     static constexpr unsigned int invariantCheckLimit = 13;
 
 private:
-    static bool computeCollectiveCondition(bool condition, ModeEnum mode);
+    static bool computeCollectiveCondition(bool condition, ModeEnum mode, Communicator* over);
 
     bool _value;
 };

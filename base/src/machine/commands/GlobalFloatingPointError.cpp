@@ -65,7 +65,7 @@ bool GlobalFloatingPointError::hasLoggedError() {
     return anyLogged();
 }
 
-void GlobalFloatingPointError::assertNoError() {
+void GlobalFloatingPointError::assertNoError(Communicator* over) {
     if (Machine::getSerialCriticalLock() != 0) {
         throw InternalError(
             "Cannot check global floating point error status in serial critical code. The "
@@ -82,7 +82,10 @@ void GlobalFloatingPointError::assertNoError() {
     } else {
         GlobalFloatingPointExceptionStatus::TestAndSaveLocalContext(nullptr);
     }
-    if (!GlobalCondition(hasLoggedError(), GlobalCondition::ON_ANY))
+    if (Machine::isParallel() && !over)
+        over = Machine::globalCommunicator();
+    if (!(over ? GlobalCondition(hasLoggedError(), GlobalCondition::ON_ANY, *over)
+               : GlobalCondition(hasLoggedError(), GlobalCondition::ON_ANY)))
         return;
 
     std::set<std::string> entries;
@@ -90,7 +93,7 @@ void GlobalFloatingPointError::assertNoError() {
         entries.insert(mine);
     if (Machine::isParallel()) {
         std::set<std::string> all;
-        Machine::globalCommunicator()->allGather(entries, all);
+        over->allGather(entries, all);
         entries = std::move(all);
     }
     Error error(messageFor(entries), 2);

@@ -24,13 +24,14 @@ void GlobalFloatingPointExceptionStatus::TestAndSaveLocalContext(const std::stri
     TestAndSaveLocalContext(context.c_str());
 }
 
-void GlobalFloatingPointExceptionStatus::AssertNoException(AssertNoFpeAccessKey) {
+void GlobalFloatingPointExceptionStatus::AssertNoException(AssertNoFpeAccessKey,
+                                                           Communicator* over) {
     if (statusIsReadable() && !FpuHandling::isFpeStatusClear()) {
         GlobalFloatingPointError::logError(FpuHandling::getFpeStatusAsString() +
                                            ", the specific cause cannot be identified");
         FpuHandling::clearFpeStatus();
     }
-    GlobalFloatingPointError::assertNoError();
+    GlobalFloatingPointError::assertNoError(over);
 }
 
 }  // namespace tolm

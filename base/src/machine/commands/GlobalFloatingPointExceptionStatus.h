@@ -4,6 +4,7 @@
 namespace tolm {
 
 class CommandController;
+class Communicator;
 
 // Whoever holds one may run the collective floating-point check of a command.
 class AssertNoFpeAccessKey {
@@ -21,8 +22,9 @@ public:
     // clears it, when it is not clear.
     static void TestAndSaveLocalContext(const char* context);
     static void TestAndSaveLocalContext(const std::string& context);
-    // Logs an uncleared status, then makes the collective decision.
-    static void AssertNoException(AssertNoFpeAccessKey key);
+    // Logs an uncleared status, then makes the collective decision among the processes of
+    // `over` (all processes when null).
+    static void AssertNoException(AssertNoFpeAccessKey key, Communicator* over = nullptr);
 
 private:
     static bool statusIsReadable();

@@ -8,6 +8,7 @@
 #include "machine/core/ParameterInitialValues.h"
 #include "machine/remote/RemoteShellFactory.h"
 #include "machine/core/RendererConfig.h"
+#include "machine/core/RollCall.h"
 #include "machine/core/WritableDirectoryOption.h"
 #include "neo/InternalError.h"
 #include "neo/SignalHandler.h"
@@ -118,6 +119,8 @@ std::vector<CommonArgvParser::Option> CommonArgvParser::makeOptions() {
          [](char** v) { RendererConfig::setNumRenderThreads(std::atoi(v[0])); }},
         {"-rgraphics", 1, "Missing -rgraphics arg", entered,
          [this](char** v) { applyRendererGraphics(v[0]); }},
+        {"-hangtimeout", 1, "Missing -hangtimeout arg", entered,
+         [](char** v) { RollCall::setHangTimeout(v[0]); }},
         {"-memorymonitor", 1, "Missing -memorymonitor arg", entered,
          [&settings](char** v) {
              settings.memoryMonitorPeriod = OptionValue::seconds("-memorymonitor", v[0]);

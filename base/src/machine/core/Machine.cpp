@@ -17,6 +17,8 @@
 #include "machine/topology/CrowdedHostWaits.h"
 #include "machine/topology/MachineHost.h"
 #include "machine/comm/MpiCore.h"
+#include "machine/core/FatalSignals.h"
+#include "machine/core/LauncherEnvironment.h"
 #include "machine/core/MpiDriverTable.h"
 #include "machine/core/OptionError.h"
 #include "machine/core/ParallelErrorHandler.h"
@@ -100,6 +102,8 @@ ExitStatus Machine::main(int argc, char** argv) {
 
     startCommunicators(argc, argv, consumed);
     parseCommonArgvs(argc, argv, consumed);
+    if (isParallel())
+        FatalSignals::install(_partition);
     if (_settings.printPids) printProcessId();
     installTerminateHandler();
     bindProcessors(consumed);
@@ -144,6 +148,7 @@ void Machine::startCommunicators(int argc, char** argv, ArgumentMap& consumed) {
     startMpi(argc, argv, consumed);
     _globalComm = std::make_unique<Communicator>();
     _np = _globalComm->size();
+    LauncherEnvironment::refuseMismatch(_np);
     _partition = _globalComm->myRank();
     _serialParallelMode = _partition == 0 ? Master : Slave;
     startHost();

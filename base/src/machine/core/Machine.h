@@ -1,4 +1,5 @@
 #pragma once
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -249,7 +250,7 @@ class Machine {
     std::unique_ptr<OnExitObservable> _onExitObservable;
     bool _designStudy = false;
     bool _designManager = false;
-    NodeState _nodeState = Unknown;
+    std::atomic<NodeState> _nodeState{Unknown};  // also read by the roll-call's watchdog
     ServerType _serverType = ServerType::Solver;
 };
 

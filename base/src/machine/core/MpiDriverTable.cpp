@@ -3,6 +3,7 @@
 #include <array>
 #include <utility>
 
+#include "machine/core/LauncherEnvironment.h"
 #include "machine/core/OptionError.h"
 
 namespace tolm {
@@ -24,6 +25,10 @@ constexpr std::array<std::pair<const char*, const char*>, 10> drivers{{
 }  // namespace
 
 std::string MpiDriverTable::libraryFor(const std::string& value) {
+    if (value == AUTO) {
+        const auto launcher = LauncherEnvironment::detect();
+        return launcher ? libraryFor(launcher->driver) : DEFAULT_LIBRARY;
+    }
     for (const auto& [name, library] : drivers) {
         if (value == name)
             return library;

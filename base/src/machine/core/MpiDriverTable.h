@@ -8,10 +8,13 @@
 namespace tolm {
 
 // Which MPI wrapper driver library a job loads: "-mpi VALUE" or "-mpidriver VALUE" names it
-// by a short value; without either the job uses "TolmPlatformMpi".
+// by a short value; without either the job uses "TolmPlatformMpi". "auto" takes the driver
+// that matches the launcher found in the environment (LauncherEnvironment), the default
+// where none is found.
 class MpiDriverTable {
   public:
     static constexpr const char* DEFAULT_LIBRARY = "TolmPlatformMpi";
+    static constexpr const char* AUTO = "auto";
 
     // The library for a short value; OptionError "Unknown MPI driver: <value>" otherwise.
     static std::string libraryFor(const std::string& value);

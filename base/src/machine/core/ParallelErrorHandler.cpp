@@ -17,6 +17,7 @@ ParallelErrorHandler::~ParallelErrorHandler() {
 
 bool ParallelErrorHandler::start() {
     _parentPid = static_cast<int>(::getppid());
+    RollCall::installSignal();
     try {
         _thread.start([this] { run(); });
     } catch (const std::system_error&) {
@@ -78,6 +79,8 @@ void ParallelErrorHandler::run() {
         std::optional<Error> overdue;
         if (takeOverdueError(overdue))
             Machine::endJobWith(*overdue);
+        if (auto hung = _rollCall.watch(std::chrono::steady_clock::now()))
+            Machine::endJobWith(*hung);
         if (static_cast<int>(::getppid()) != _parentPid) {
             std::fprintf(stderr,
                          "Error: the process that started this one has ended; "

@@ -3,6 +3,7 @@
 #include <mutex>
 #include <optional>
 
+#include "machine/core/RollCall.h"
 #include "neo/Error.h"
 #include "platform/InterruptableRunnable.h"
 #include "platform/Thread.h"
@@ -19,6 +20,8 @@ namespace tolm {
 //   (it may be waiting for input), the handler's thread ends the job itself.
 // - The handler's thread also watches the process's parent, the MPI launcher's agent: when
 //   it is gone, nothing would ever end this process's communication, so the process ends.
+// - It is the roll-call's watchdog (RollCall): it prints this process's line when asked and
+//   ends a job that waits longer than the hang limit.
 class ParallelErrorHandler : private InterruptableRunnable {
   public:
     enum State { Stopped = 0, Running = 1, Ending = 2 };
@@ -49,6 +52,7 @@ class ParallelErrorHandler : private InterruptableRunnable {
     std::optional<Error> _pending;
     std::chrono::steady_clock::time_point _pendingSince;
     int _parentPid = 0;
+    RollCall _rollCall;
     Thread _thread;
 };
 
