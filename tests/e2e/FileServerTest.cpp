@@ -138,7 +138,6 @@ TEST_P(FileServer, BadFilesAreReportedInTheSystemsOwnWords) {
     }
 }
 
-TEST_P(FileServer, AFullDiskLeavesNoFileAndNoClaimOfOne) {
 TEST_P(FileServer, AFullDiskKeepsThePreviousFileAndMakesNoClaimOfANewOne) {
     const SmallFileSystem small(_dir, 0);
     if (!small.mounted())

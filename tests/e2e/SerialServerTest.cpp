@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <regex>
+
 #include "ServerJobs.h"
 
 namespace tolm {

@@ -38,11 +38,12 @@ void PrintTo(const DirectLaunch& launch, std::ostream* out) {
 const DirectLaunch openMpiDirect{"openmpi4", "pmix"};
 const DirectLaunch mpichDirect{"mpich2", "pmi2"};
 
-// srun with `options`, starting the server under `launch` with `arguments`.
+// srun with `options`, starting the server under `launch` with `arguments`. The server picks
+// its driver from srun's environment ("-mpi auto"): a wrong pick would refuse to start.
 Arguments srun(const DirectLaunch& launch, const Arguments& options, const Arguments& arguments) {
     Arguments command{"srun", std::string("--mpi=") + launch.plugin};
     command.insert(command.end(), options.begin(), options.end());
-    command.insert(command.end(), {TOLM_SERVER_PATH, "-mpi", launch.driver});
+    command.insert(command.end(), {TOLM_SERVER_PATH, "-mpi", "auto"});
     command.insert(command.end(), arguments.begin(), arguments.end());
     return command;
 }
@@ -227,12 +228,13 @@ TEST_F(Slurm, TheBindingStaysWithinTheCpusOfEachTask) {
 
 class SlurmAllocation : public Slurm, public testing::WithParamInterface<test::Job> {};
 
-// The launcher, given no rank count, starts one rank for each task of the allocation.
+// The launcher, given no rank count, starts one rank for each task of the allocation, and the
+// server picks the launcher's driver ("-mpi auto").
 TEST_P(SlurmAllocation, MpirunStartsOneRankPerTask) {
     Arguments command{"salloc", "--ntasks=4", "--overcommit"};
     for (const auto& word : StringHelper::split(GetParam().launcher.command, ' '))
         command.push_back(word);
-    command.insert(command.end(), {TOLM_SERVER_PATH, "-mpi", GetParam().driver});
+    command.insert(command.end(), {TOLM_SERVER_PATH, "-mpi", "auto"});
     const auto result = test::runChild(command, hostMap, 90);
     EXPECT_EQ(result.exitCode, 0) << result.err;
     const auto answers = test::responses(result.out);
