@@ -12,7 +12,7 @@ std::unique_ptr<MachineHost> CrowdedHostWaits::buildHostMap() {
     const bool forced = MpiCore::yieldingWaits();
     MpiCore::setYieldingWaits(true);
     auto host = std::make_unique<MachineHost>();
-    MpiCore::setYieldingWaits(forced || host->hasMoreProcessesThanLpus());
+    MpiCore::setYieldingWaits(forced);
     return host;
 }
 
