@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "hostmap/HostMapTesting.h"
+#include "machine/comm/MpiCore.h"
 #include "machine/topology/CpuBinder.h"
 #include "machine/topology/CpuTopology.h"
 #include "machine/topology/MachineHost.h"
@@ -54,6 +55,17 @@ TEST(HostMap, EveryProcessIsMappedToItsHostWithItsPid) {
     host().getHostNames(distinct);
     EXPECT_EQ(distinct, std::vector<std::string>(names.begin(), names.end()));
     EXPECT_EQ(host().getHostName(), expectedHost(myRank()));
+}
+
+// Waits yield on every process of the job or on none: on all when some host runs more processes
+// than it has LPUs (the taskset registrations crowd one LPU) or the environment asks for them.
+// A process that yields runs its collectives in the non-blocking form, which never matches
+// the blocking form of a process that does not.
+TEST(HostMap, WaitsYieldInTheWholeJobWhenSomeHostIsCrowded) {
+    int crowded = host().getNumberProcesses() > host().getAvailableMask().count() ? 1 : 0;
+    world().allReduce(crowded, QMX_MPI_MAX);
+    const char* asked = std::getenv(QMX_MPI_YIELD_WAIT_ENV);
+    EXPECT_EQ(MpiCore::yieldingWaits(), crowded == 1 || (asked && std::string(asked) == "1"));
 }
 
 TEST(HostMap, TheIntraHostCommunicatorHoldsTheHostsRanksInOrder) {

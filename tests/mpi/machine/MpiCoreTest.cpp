@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -24,14 +23,6 @@ int rank() {
 }
 int world() {
     return QMX_MPI_COMM_WORLD;
-}
-
-// Waits yield after start-up only when asked for: the environment forces them (the
-// "_yieldwait" registrations run the Communicator's tests so).
-TEST(MpiCore, WaitsYieldOnlyWhenAskedFor) {
-    const char* forced = std::getenv(QMX_MPI_YIELD_WAIT_ENV);
-    const bool expected = forced && std::string(forced) == "1";
-    EXPECT_EQ(MpiCore::yieldingWaits(), expected);
 }
 
 TEST(MpiCore, HandleErrorTexts) {
