@@ -1,5 +1,6 @@
 // Collectives through the wrapper: in-place buffers and predefined handles are translated, and
-// user operations run with the wrapper's datatype handles and in rank order.
+// user operations run in rank order. The datatype handle a user operation gets is the
+// Communicator tests' (Collectives.UserReductionsSeeTheRecordType).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -62,26 +63,7 @@ TEST(Collectives, InPlaceBuffersAndPredefinedHandlesAreTranslated) {
     EXPECT_EQ(size > 1 ? 1 : 0, located.rank);
 }
 
-// The datatype handle the last user operation received; notCalled until one runs.
-constexpr int notCalled = -1;
-int seenDatatype = notCalled;
-
-// Not every rank applies the operation in every reduction algorithm, so the handle is checked
-// where the function ran, and at least one rank must have run it.
-void expectSeenDatatype(int expected) {
-    if (seenDatatype != notCalled) {
-        EXPECT_EQ(expected, seenDatatype) << "the user function got no wrapper datatype handle";
-    }
-    int ranHere = seenDatatype != notCalled ? 1 : 0;
-    int ranSomewhere = 0;
-    ASSERT_QMX_OK(QMX_MPI_Allreduce(&ranHere, &ranSomewhere, 1, QMX_MPI_INT, QMX_MPI_MAX,
-                                    QMX_MPI_COMM_WORLD));
-    EXPECT_EQ(worldSize() > 1 ? 1 : 0, ranSomewhere);
-    seenDatatype = notCalled;
-}
-
-void userMax(void* in, void* inout, int* len, int* datatype) {
-    seenDatatype = *datatype;
+void userMax(void* in, void* inout, int* len, int*) {
     const int* a = static_cast<const int*>(in);
     int* b = static_cast<int*>(inout);
     for (int i = 0; i < *len; ++i) {
@@ -98,8 +80,7 @@ Matrix multiply(const Matrix& a, const Matrix& b) {
             a[2] * b[1] + a[3] * b[3]};
 }
 
-void matrixProduct(void* in, void* inout, int* len, int* datatype) {
-    seenDatatype = *datatype;
+void matrixProduct(void* in, void* inout, int* len, int*) {
     const Matrix* a = static_cast<const Matrix*>(in);
     Matrix* b = static_cast<Matrix*>(inout);
     for (int i = 0; i < *len; ++i) {
@@ -112,8 +93,9 @@ Matrix matrixOfRank(int rank) {
 }
 
 // Two user operations alive at once: a product of matrices (a derived datatype, not
-// commutative, so rank order matters) and a maximum over ints.
-TEST(Collectives, UserOperationsRunInRankOrderWithTheWrappersDatatype) {
+// commutative, so rank order matters) and a maximum over ints; operation and datatype slots
+// are reused once freed.
+TEST(Collectives, UserOperationsRunInRankOrderAndTheirSlotsAreReused) {
     const int rank = worldRank();
     int product = QMX_MPI_OP_NULL;
     int maximum = QMX_MPI_OP_NULL;
@@ -122,6 +104,7 @@ TEST(Collectives, UserOperationsRunInRankOrderWithTheWrappersDatatype) {
     int matrixType = QMX_MPI_DATATYPE_NULL;
     ASSERT_QMX_OK(QMX_MPI_Type_contiguous(4, QMX_MPI_LONG_LONG, &matrixType));
     ASSERT_QMX_OK(QMX_MPI_Type_commit(&matrixType));
+    ASSERT_GT(matrixType, QMX_MPI_PACKED) << "a user datatype took a predefined handle";
 
     Matrix mine = matrixOfRank(rank);
     Matrix reduced{};
@@ -129,7 +112,6 @@ TEST(Collectives, UserOperationsRunInRankOrderWithTheWrappersDatatype) {
     Matrix prefix = matrixOfRank(rank);
     ASSERT_QMX_OK(
         QMX_MPI_Scan(QMX_MPI_IN_PLACE, &prefix, 1, matrixType, product, QMX_MPI_COMM_WORLD));
-    expectSeenDatatype(matrixType);
     Matrix expected = matrixOfRank(0);
     for (int r = 1; r < worldSize(); ++r) {
         expected = multiply(expected, matrixOfRank(r));
@@ -145,7 +127,6 @@ TEST(Collectives, UserOperationsRunInRankOrderWithTheWrappersDatatype) {
     ASSERT_QMX_OK(
         QMX_MPI_Allreduce(QMX_MPI_IN_PLACE, &value, 1, QMX_MPI_INT, maximum, QMX_MPI_COMM_WORLD));
     EXPECT_EQ(worldSize(), value) << "another user function ran in place of the maximum";
-    expectSeenDatatype(QMX_MPI_INT);
 
     const int freed = maximum;
     ASSERT_QMX_OK(QMX_MPI_Op_free(&maximum));
@@ -155,6 +136,14 @@ TEST(Collectives, UserOperationsRunInRankOrderWithTheWrappersDatatype) {
     for (int* op : {&maximum, &product}) {
         ASSERT_QMX_OK(QMX_MPI_Op_free(op));
     }
+    int bytes = 0;
+    ASSERT_QMX_OK(QMX_MPI_Type_size(matrixType, &bytes));
+    EXPECT_EQ(static_cast<int>(sizeof(Matrix)), bytes);
+    const int freedType = matrixType;
+    ASSERT_QMX_OK(QMX_MPI_Type_free(&matrixType));
+    EXPECT_EQ(QMX_MPI_DATATYPE_NULL, matrixType);
+    ASSERT_QMX_OK(QMX_MPI_Type_contiguous(2, QMX_MPI_INT, &matrixType));
+    EXPECT_EQ(freedType, matrixType) << "a freed datatype slot was not reused";
     ASSERT_QMX_OK(QMX_MPI_Type_free(&matrixType));
 }
 

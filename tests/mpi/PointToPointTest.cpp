@@ -1,5 +1,6 @@
-// Messages and requests through the wrapper: statuses (source, tag, count) translated back
-// from each MPI, and request handles that are released on completion and reused.
+// Requests and statuses through the wrapper: request handles released on completion and
+// reused, statuses in the order of their requests, and the special values (no request left,
+// PROC_NULL, cancelled). Messages themselves are the Communicator tests' (tests/mpi/machine).
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -19,51 +20,19 @@ int leftNeighbour() {
     return (worldRank() + worldSize() - 1) % worldSize();
 }
 
-TEST(PointToPoint, RingExchangeReportsSourceTagAndCounts) {
-    const int rank = worldRank();
-    const std::vector<int> ints = payloads(rank, 37);
-    const std::vector<double> sent(ints.begin(), ints.end());
-    std::vector<double> received(40, -1.0);
-    QMX_MPI_Status_struct status{};
-    ASSERT_QMX_OK(QMX_MPI_Sendrecv(sent.data(), 37, QMX_MPI_DOUBLE, rightNeighbour(), 300 + rank,
-                                   received.data(), 40, QMX_MPI_DOUBLE, leftNeighbour(),
-                                   QMX_MPI_ANY_TAG, QMX_MPI_COMM_WORLD, &status));
-    EXPECT_EQ(leftNeighbour(), status.MPI_SOURCE);
-    EXPECT_EQ(300 + leftNeighbour(), status.MPI_TAG);
-    EXPECT_EQ(QMX_MPI_SUCCESS, status.MPI_ERROR);
-    const std::vector<int> expected = payloads(leftNeighbour(), 37);
-    received.resize(37);
-    EXPECT_EQ(std::vector<double>(expected.begin(), expected.end()), received);
-
-    int count = -1;
-    ASSERT_QMX_OK(QMX_MPI_Get_count(&status, QMX_MPI_DOUBLE, &count));
-    EXPECT_EQ(37, count);
-    ASSERT_QMX_OK(QMX_MPI_Get_count(&status, QMX_MPI_BYTE, &count));
-    EXPECT_EQ(37 * 8, count);
-    ASSERT_QMX_OK(QMX_MPI_Get_count(&status, QMX_MPI_INT, &count));
-    EXPECT_EQ(37 * 2, count);
-    int threeDoubles = QMX_MPI_DATATYPE_NULL;
-    ASSERT_QMX_OK(QMX_MPI_Type_contiguous(3, QMX_MPI_DOUBLE, &threeDoubles));
-    ASSERT_QMX_OK(QMX_MPI_Type_commit(&threeDoubles));
-    ASSERT_QMX_OK(QMX_MPI_Get_count(&status, threeDoubles, &count));
-    EXPECT_EQ(QMX_MPI_UNDEFINED, count) << "37 doubles are no whole number of 3-double elements";
-    ASSERT_QMX_OK(QMX_MPI_Type_free(&threeDoubles));
-}
-
 // 256 receives and 256 sends in flight at once, sent in the reverse order of the receives.
 void exchangeManyMessages(int& highestHandle) {
     constexpr int messages = 256;
     const int rank = worldRank();
     std::vector<int> requests(2 * messages, QMX_MPI_REQUEST_NULL);
     std::vector<int> received(messages, -1);
-    std::vector<int> sent(messages);
+    std::vector<int> sent(messages, rank);
     for (int tag = 0; tag < messages; ++tag) {
         ASSERT_QMX_OK(QMX_MPI_Irecv(&received[static_cast<std::size_t>(tag)], 1, QMX_MPI_INT,
                                     leftNeighbour(), tag, QMX_MPI_COMM_WORLD,
                                     &requests[static_cast<std::size_t>(tag)]));
     }
     for (int tag = messages - 1; tag >= 0; --tag) {
-        sent[static_cast<std::size_t>(tag)] = payload(rank, tag);
         ASSERT_QMX_OK(QMX_MPI_Isend(&sent[static_cast<std::size_t>(tag)], 1, QMX_MPI_INT,
                                     rightNeighbour(), tag, QMX_MPI_COMM_WORLD,
                                     &requests[static_cast<std::size_t>(messages + tag)]));
@@ -75,10 +44,7 @@ void exchangeManyMessages(int& highestHandle) {
     ASSERT_QMX_OK(QMX_MPI_Waitall(2 * messages, requests.data(), statuses.data()));
     EXPECT_EQ(std::vector<int>(requests.size(), QMX_MPI_REQUEST_NULL), requests);
     for (int tag = 0; tag < messages; ++tag) {
-        const auto& status = statuses[static_cast<std::size_t>(tag)];
-        ASSERT_EQ(payload(leftNeighbour(), tag), received[static_cast<std::size_t>(tag)]);
-        ASSERT_EQ(tag, status.MPI_TAG);
-        ASSERT_EQ(leftNeighbour(), status.MPI_SOURCE);
+        ASSERT_EQ(tag, statuses[static_cast<std::size_t>(tag)].MPI_TAG) << "statuses out of order";
     }
 }
 
@@ -102,17 +68,10 @@ TEST(PointToPoint, PersistentRequestsStayValidUntilFreed) {
     ASSERT_QMX_OK(QMX_MPI_Send_init(&outgoing, 1, QMX_MPI_INT, rightNeighbour(), 9,
                                     QMX_MPI_COMM_WORLD, &requests[1]));
     const int handles[2] = {requests[0], requests[1]};
-    for (int round = 0; round < 4; ++round) {
+    for (int round = 0; round < 2; ++round) {
         outgoing = payload(rank, round);
-        if (round % 2 == 0) {
-            ASSERT_QMX_OK(QMX_MPI_Startall(2, requests));
-            ASSERT_QMX_OK(QMX_MPI_Waitall(2, requests, QMX_MPI_STATUSES_IGNORE));
-        } else {
-            ASSERT_QMX_OK(QMX_MPI_Start(&requests[0]));
-            ASSERT_QMX_OK(QMX_MPI_Start(&requests[1]));
-            ASSERT_QMX_OK(QMX_MPI_Wait(&requests[1], QMX_MPI_STATUS_IGNORE));
-            ASSERT_QMX_OK(QMX_MPI_Wait(&requests[0], QMX_MPI_STATUS_IGNORE));
-        }
+        ASSERT_QMX_OK(QMX_MPI_Startall(2, requests));
+        ASSERT_QMX_OK(QMX_MPI_Waitall(2, requests, QMX_MPI_STATUSES_IGNORE));
         EXPECT_EQ(payload(leftNeighbour(), round), incoming);
         EXPECT_EQ(handles[0], requests[0]) << "a persistent request was released on completion";
         EXPECT_EQ(handles[1], requests[1]);

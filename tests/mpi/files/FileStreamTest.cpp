@@ -14,6 +14,13 @@
 namespace tolm::mpitest {
 namespace {
 
+// Reads one value into a destination that starts as `start`, expecting `expected`.
+template <typename T>
+void expectRead(InputFileStream& in, T start, const T& expected) {
+    in >> start;
+    EXPECT_EQ(start, expected);
+}
+
 class FileStreams : public testing::Test {
   protected:
     // The master writes `text` to `name` in the job's directory; every rank gets the path.
@@ -57,33 +64,19 @@ TEST_F(FileStreams, WithTheFlagEveryProcessTakesTheMastersValues) {
     EXPECT_TRUE(in.getBroadcastFlag());
     // Every destination starts out different on every rank.
     const int r = int(_rank) + 1;
-    bool b = false;
-    char c = char('A' + r);
-    unsigned char uc = static_cast<unsigned char>(r);
-    short s = short(-r);
-    unsigned short us = static_cast<unsigned short>(r);
-    int i = -r;
-    unsigned int ui = unsigned(r);
-    std::int64_t i64 = -r;
-    std::uint64_t u64 = std::uint64_t(r);
-    float f = float(r);
-    double d = r;
-    long double ld = r;
-    std::string word(std::size_t(r), '?');
-    in >> b >> c >> uc >> s >> us >> i >> ui >> i64 >> u64 >> f >> d >> ld >> word;
-    EXPECT_TRUE(b);
-    EXPECT_EQ(c, 'c');
-    EXPECT_EQ(uc, 'd');
-    EXPECT_EQ(s, -300);
-    EXPECT_EQ(us, 60000);
-    EXPECT_EQ(i, -70000);
-    EXPECT_EQ(ui, 4000000000u);
-    EXPECT_EQ(i64, -9000000000);
-    EXPECT_EQ(u64, 18000000000000000000ull);
-    EXPECT_EQ(f, 0.5f);
-    EXPECT_EQ(d, 0.25);
-    EXPECT_EQ(ld, 0.125L);
-    EXPECT_EQ(word, "word");
+    expectRead(in, false, true);
+    expectRead(in, char('A' + r), 'c');
+    expectRead(in, static_cast<unsigned char>(r), static_cast<unsigned char>('d'));
+    expectRead(in, short(-r), short(-300));
+    expectRead(in, static_cast<unsigned short>(r), static_cast<unsigned short>(60000));
+    expectRead(in, -r, -70000);
+    expectRead(in, unsigned(r), 4000000000u);
+    expectRead(in, std::int64_t(-r), std::int64_t(-9000000000));
+    expectRead(in, std::uint64_t(r), std::uint64_t(18000000000000000000ull));
+    expectRead(in, float(r), 0.5f);
+    expectRead(in, double(r), 0.25);
+    expectRead(in, static_cast<long double>(r), 0.125L);
+    expectRead(in, std::string(std::size_t(r), '?'), std::string("word"));
     // At the end the master's string stays empty, and so must everyone's.
     std::string last = _master ? "" : "left over";
     in >> last;

@@ -27,17 +27,6 @@ MachineHost& host() {
     return Machine::getHost();
 }
 
-unsigned myRank() {
-    return Machine::getPartitionId();
-}
-
-// Global ranks of a communicator's members, in its rank order.
-List membersOf(Communicator& comm) {
-    List ranks;
-    comm.allGather(myRank(), ranks);
-    return ranks;
-}
-
 TEST(HostMap, EveryProcessIsMappedToItsHostWithItsPid) {
     List pids;
     world().allGather(static_cast<unsigned>(getpid()), pids);

@@ -9,17 +9,19 @@
 #include <string>
 #include <vector>
 
+#include "machine/CommunicatorTesting.h"
 #include "machine/topology/AffinityMask.h"
-#include "machine/comm/Communicator.h"
-#include "machine/core/Machine.h"
 #include "platform/Platform.h"
 #include "platform/ProcessInfo.h"
 #include "topology/BindingTestSupport.h"
 
 namespace tolm::hostmaptest {
 
-inline Communicator& world() {
-    return *Machine::globalCommunicator();
+using mpitest::membersOf;
+using mpitest::world;
+
+inline unsigned myRank() {
+    return Machine::getPartitionId();
 }
 
 inline AffinityMask& startUpAffinity() {

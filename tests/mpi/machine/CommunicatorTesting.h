@@ -1,10 +1,11 @@
 #pragma once
-// Helpers of the communicator tests: the global communicator, a call counter and a lowered
-// message limit.
+// Helpers of the tests on a running machine: the global communicator, a communicator's
+// members, a call counter and a lowered message limit.
 #include <gtest/gtest.h>
 
 #include <map>
 #include <string>
+#include <vector>
 
 #include "machine/comm/Communicator.h"
 #include "machine/core/Machine.h"
@@ -21,6 +22,13 @@ inline unsigned int rank() {
 }
 inline unsigned int size() {
     return world().size();
+}
+
+// Global ranks of a communicator's members, in its rank order.
+inline std::vector<unsigned int> membersOf(Communicator& comm) {
+    std::vector<unsigned int> ranks;
+    comm.allGather(rank(), ranks);
+    return ranks;
 }
 
 // Counts the MPI calls of each operation, and the bytes they carried.

@@ -93,6 +93,7 @@ TEST(PointToPoint, LockedOutOperationsFailBeforeMpi) {
     EXPECT_EQ(failureOf([&] { world().start(persistent); }), lockedOut);
     EXPECT_EQ(failureOf([&] { world().freeRequest(requests); }), lockedOut);
     EXPECT_EQ(failureOf([&] { world().noSpinSynchronise(0.0); }), lockedOut);
+    EXPECT_EQ(failureOf([&] { world().synchronise(); }), lockedOut);
     EXPECT_TRUE(requests.empty());
 }
 
@@ -160,6 +161,7 @@ TEST(PointToPoint, BlockingMessagesOfEveryKindTravelARing) {
     Sample sample{};
     long scalar = 0;
     std::vector<Sample> samples;
+    CallCounter counter;
     aroundTheRing(
         [] {
             world().send(payloadOf(rank()), next());
@@ -181,6 +183,8 @@ TEST(PointToPoint, BlockingMessagesOfEveryKindTravelARing) {
     EXPECT_EQ(sample, sampleOf(previous()));
     EXPECT_EQ(scalar, long(previous()) - 40);
     EXPECT_EQ(samples, (std::vector<Sample>{sampleOf(previous()), sampleOf(previous() + 10)}));
+    EXPECT_EQ(counter.calls["Communicator::Send"], 5) << "synchronous sends are recorded as sends";
+    EXPECT_EQ(counter.calls["Communicator::Recv"], 5);
 }
 
 TEST(PointToPoint, NonBlockingRingThroughRequestStacks) {
@@ -191,6 +195,7 @@ TEST(PointToPoint, NonBlockingRingThroughRequestStacks) {
     int syncOut = int(rank()) + 100;
     int syncIn = -1;
     MpiCore::RequestStack requests;
+    CallCounter counter;
     world().iRecv(incoming, previous(), requests, Communicator::Tag(11));
     world().iRecv(&syncIn, 1, previous(), requests, Communicator::Tag(12));
     world().iSend(outgoing, next(), requests, Communicator::Tag(11));
@@ -204,13 +209,10 @@ TEST(PointToPoint, NonBlockingRingThroughRequestStacks) {
     EXPECT_EQ(sources[1], previous());
     EXPECT_EQ(incoming, payloadOf(previous()));
     EXPECT_EQ(syncIn, int(previous()) + 100);
-
-    // The same again, completed by polling.
-    world().iRecv(&syncIn, 1, previous(), requests);
-    world().iSend(&syncOut, 1, next(), requests);
-    while (!world().test(requests)) {
-    }
-    EXPECT_TRUE(requests.empty());
+    EXPECT_EQ(counter.calls, (std::map<std::string, int>{{"Communicator::iRecv", 2},
+                                                         {"Communicator::iSend", 2},
+                                                         {"Communicator::Wait", 1}}));
+    EXPECT_EQ(counter.bytes["Communicator::iSend"], outgoing.size() * sizeof(double) + 4);
 }
 
 TEST(PointToPoint, AnySourceReceivesReportTheTrueSender) {
@@ -253,6 +255,7 @@ TEST(PointToPoint, PersistentReceivesAreStartedAgainEachRound) {
         GTEST_SKIP() << "needs two ranks";
     int received = -1;
     MpiCore::PersistentRequestStack receives;
+    CallCounter counter;
     world().recvInit(&received, 1, previous(), receives, Communicator::Tag(31));
     for (int round = 0; round < 3; ++round) {
         world().start(receives);
@@ -261,6 +264,11 @@ TEST(PointToPoint, PersistentReceivesAreStartedAgainEachRound) {
         ASSERT_EQ(receives.size(), 1u) << "the request stays for the next round";
         EXPECT_EQ(received, int(previous()) * 100 + round);
     }
+    EXPECT_EQ(counter.calls, (std::map<std::string, int>{{"Communicator::Send", 3},
+                                                         {"Communicator::Start", 3},
+                                                         {"Communicator::Wait", 3},
+                                                         {"Communicator::recvInit", 1}}));
+    EXPECT_EQ(counter.bytes["Communicator::recvInit"], 4u);
     world().freeRequest(receives);
     EXPECT_TRUE(receives.empty());
 }
@@ -302,6 +310,7 @@ TEST(PointToPoint, SendrecvShiftsARing) {
     if (size() == 1)
         GTEST_SKIP() << "needs two ranks";
     std::vector<double> incoming(payloadOf(previous()).size());
+    CallCounter counter;
     world().sendrecv(payloadOf(rank()), next(), incoming, previous());
     EXPECT_EQ(incoming, payloadOf(previous()));
     // Different C++ types of one MPI type are fine.
@@ -309,88 +318,7 @@ TEST(PointToPoint, SendrecvShiftsARing) {
     long long in = -1;
     world().sendrecv(&out, 1, previous(), &in, 1, next(), Communicator::Tag(51));
     EXPECT_EQ(in, next() * 7);
-}
-
-TEST(PointToPoint, EveryOperationIsRecordedUnderItsName) {
-    if (size() == 1)
-        GTEST_SKIP() << "needs two ranks";
-    CallCounter counter;
-    double values[4] = {double(rank()), 1, 2, 3};
-    MpiCore::RequestStack requests;
-    MpiCore::PersistentRequestStack persistent;
-    aroundTheRing(
-        [&] {
-            world().send(values, 4, next());
-            world().syncSend(values, 4, next());
-            world().iSend(values, 4, next(), requests);
-            world().iSyncSend(values, 4, next(), requests);
-            world().wait(requests);
-        },
-        [&] {
-            world().recv(values, 4, previous());
-            world().iRecv(values, 4, previous(), requests);
-            world().wait(requests);
-            world().recvInit(values, 4, previous(), persistent);
-            world().start(persistent);
-            world().wait(persistent);
-            world().recv(values, 4, previous());
-        });
-    double incoming[4] = {};
-    world().sendrecv(values, 4, next(), incoming, 4, previous());
-    const std::map<std::string, int> expected{
-        {"Communicator::Send", 2},  {"Communicator::iSend", 2},    {"Communicator::Recv", 2},
-        {"Communicator::iRecv", 1}, {"Communicator::recvInit", 1}, {"Communicator::SendRecv", 1},
-        {"Communicator::Start", 1}, {"Communicator::Wait", 3},
-    };
-    EXPECT_EQ(counter.calls, expected);
-    EXPECT_EQ(counter.bytes["Communicator::iSend"], 64u);
-    EXPECT_EQ(counter.bytes["Communicator::recvInit"], 32u);
-    world().freeRequest(persistent);
-}
-
-// How many empty messages each rank's share of the tree barrier posts: one per child each
-// way, and one each way with its parent.
-unsigned int treeMessagesOf(unsigned int r) {
-    const unsigned int children = (2 * r + 1 < size()) + (2 * r + 2 < size());
-    return children + (r > 0 ? 1 : 0);
-}
-
-TEST(NoSpinSynchronise, EachRankTalksToItsTreeNeighboursOnly) {
-    CallCounter counter;
-    world().noSpinSynchronise(0.0);
-    EXPECT_EQ(counter.calls["Communicator::iRecv"], int(treeMessagesOf(rank())));
-    EXPECT_EQ(counter.calls["Communicator::iSend"], int(treeMessagesOf(rank())));
-    EXPECT_EQ(counter.bytes["Communicator::iSend"], 0u);
-    // Alone, a rank has nothing to wait for: its first poll succeeds, so it never sleeps.
-    if (size() == 1) {
-        EXPECT_EQ(counter.calls["Communicator::Test"], 1);
-    }
-}
-
-using Clock = std::chrono::steady_clock;  // one clock for every process of this host
-
-// The late rank sleeps before it enters; it then tells everyone when it arrived. Nobody may
-// have left before that moment.
-void checkHeldBackUntil(unsigned int late, std::chrono::milliseconds delay, double spinTime) {
-    if (rank() == late)
-        std::this_thread::sleep_for(delay);
-    const auto arrived = Clock::now().time_since_epoch().count();
-    world().noSpinSynchronise(spinTime);
-    const auto left = Clock::now().time_since_epoch().count();
-    auto lateArrival = arrived;
-    world().broadcast(lateArrival, late);
-    EXPECT_GE(left, lateArrival) << "rank " << rank() << " left before rank " << late
-                                 << " arrived (spin " << spinTime << " s)";
-}
-
-TEST(NoSpinSynchronise, HoldsEveryRankUntilTheLastArrives) {
-    using std::chrono::milliseconds;
-    checkHeldBackUntil(size() - 1, milliseconds(300), 0.05);  // a leaf, found sleeping
-    checkHeldBackUntil(0, milliseconds(150), 0.0);            // the root
-    for (int i = 0; i < 20; ++i)
-        world().noSpinSynchronise(1.0);  // back to back: no message crosses into the next
-    // An inner rank where there is one, found spinning.
-    checkHeldBackUntil((size() - 1) / 2, milliseconds(100), 1.0);
+    EXPECT_EQ(counter.calls, (std::map<std::string, int>{{"Communicator::SendRecv", 2}}));
 }
 
 }  // namespace

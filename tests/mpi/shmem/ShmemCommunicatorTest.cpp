@@ -17,14 +17,13 @@ const CpuTopology& topology() {
     return Machine::getHost().getCpuTopology();
 }
 
-TEST(ShmemCommunicators, TheHostScopeHoldsTheProcessesOfTheHostInRankOrder) {
-    List expected;
-    Machine::getHost().getMpiRanks(expected);
-    std::sort(expected.begin(), expected.end());
-    EXPECT_EQ(membersOf(Machine::sharedMemCommunicator(HOST_SCOPE)), expected);
-}
-
-TEST(ShmemCommunicators, EveryGroupHasItsFirstProcessInTheSparseCommunicator) {
+// The host scope holds the host's processes in rank order; every scope's group has its first
+// process in the sparse communicator.
+TEST(ShmemCommunicators, TheHostScopeHoldsTheHostsProcessesAndGroupLeadersAreSparse) {
+    List onHost;
+    Machine::getHost().getMpiRanks(onHost);
+    std::sort(onHost.begin(), onHost.end());
+    EXPECT_EQ(membersOf(Machine::sharedMemCommunicator(HOST_SCOPE)), onHost);
     for (const ShmemScope scope : {NUMA_SCOPE, SOCKET_SCOPE, HOST_SCOPE}) {
         Communicator& group = Machine::sharedMemCommunicator(scope);
         Communicator* sparse = Machine::hasSparseCommunicator(scope);

@@ -5,27 +5,18 @@
 #include <string>
 #include <vector>
 
-#include "machine/comm/Communicator.h"
-#include "machine/core/Machine.h"
+#include "machine/CommunicatorTesting.h"
 #include "machine/topology/MachineHost.h"
 
 namespace tolm::shmemtest {
 
 using List = std::vector<unsigned>;
 
-inline Communicator& world() {
-    return *Machine::globalCommunicator();
-}
+using mpitest::membersOf;
+using mpitest::world;
 
 inline unsigned myRank() {
     return Machine::getPartitionId();
-}
-
-// Global ranks of a communicator's members, in its rank order.
-inline List membersOf(Communicator& comm) {
-    List ranks;
-    comm.allGather(myRank(), ranks);
-    return ranks;
 }
 
 // The global ranks for which `here` holds, on every rank.
