@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <functional>
@@ -7,8 +8,10 @@
 #include <vector>
 
 #include "machine/topology/CpuTopology.h"
+#include "machine/topology/CpuTopologyTableBuilder.h"
 #include "neo/InternalError.h"
 #include "support/Failure.h"
+#include "topology/BindingTestSupport.h"
 #include "topology/TopologyTestSupport.h"
 
 namespace tolm {
@@ -342,6 +345,165 @@ TEST(CpuTopology, IndicesBeyondAFallbackLevelNameTheFailedCondition) {
     const CpuTopology noNuma = loadFixture("damaged-numa-mapping.xml");
     EXPECT_EQ(failedCondition([&] { noNuma.getLpusForNumaNode(1); }), "numaNode == 0u");
     EXPECT_EQ(failedCondition([&] { noNuma.getNumaNodeForLpu(8); }), "lpu < getNumberLpus()");
+}
+
+TEST(LpuSubset, SpreadsOverNumaNodesThenCoresTakingOnlyTheGivenLpus) {
+    struct Case {
+        const char* fixture;
+        List lpus;
+        unsigned count;
+        bool overNumaNodes, overCores;
+        List expected;
+    };
+    // two-numa-nodes.xml: NUMA nodes {0..3} {4..7}, cores {0,1} {2,3} {4,5} {6,7}.
+    const char* const twoNodes = "two-numa-nodes.xml";
+    const List all = numbers(0, 7);
+    const Case cases[] = {
+        {twoNodes, all, 2, true, true, {0, 4}},
+        {twoNodes, all, 4, true, true, {0, 2, 4, 6}},
+        // A core's second hardware thread only once every core has one.
+        {twoNodes, all, 5, true, true, {0, 1, 2, 4, 6}},
+        // Over cores alone: the NUMA nodes fill in order.
+        {twoNodes, all, 2, false, true, {0, 2}},
+        {twoNodes, all, 3, false, true, {0, 2, 4}},
+        // Without spreading over cores the input order counts.
+        {twoNodes, all, 3, false, false, {0, 1, 2}},
+        {twoNodes, all, 3, true, false, {0, 1, 4}},
+        {twoNodes, all, 0, true, true, {}},
+        {twoNodes, {7, 3, 5, 0}, 20, true, true, {0, 3, 5, 7}},
+        {twoNodes, {}, 3, true, true, {}},
+        // Node 0 offers cores 0 (LPU 1) and 1 (LPUs 2, 3), node 1 only core 2 (LPU 5).
+        {twoNodes, {1, 2, 3, 5}, 2, true, true, {1, 5}},
+        {twoNodes, {1, 2, 3, 5}, 3, true, true, {1, 2, 5}},
+        // Without reliable NUMA information only the cores are spread over.
+        {"numa-pair-per-socket.xml", all, 2, true, true, {0, 2}},
+        {"many-lpus.xml", numbers(0, 207), 4, true, true, {0, 52, 104, 156}},
+    };
+    for (const Case& c : cases) {
+        EXPECT_EQ(
+            loadFixture(c.fixture).getLpuSubset(c.lpus, c.count, c.overNumaNodes, c.overCores),
+            c.expected)
+            << c.fixture << ": " << c.count << " of " << c.lpus.size() << ", over NUMA nodes "
+            << c.overNumaNodes << ", over cores " << c.overCores;
+    }
+}
+
+TEST(LpuSubset, HalfOfALargeMachineTakesOneLpuPerCore) {
+    const CpuTopology topology = loadFixture("many-lpus.xml");
+    const List half = topology.getLpuSubset(numbers(0, 207), 104, true, true);
+    EXPECT_EQ(half.size(), 104u);
+    EXPECT_EQ(topology.getPhysicalCoresFromMask(topology.getLpuMask(half)).size(), 104u);
+}
+
+TEST(ThisMachineTopology, DiscoveryMatchesTheOperatingSystem) {
+    test::WarningCapture log;
+    const CpuTopology topology;
+    EXPECT_TRUE(log.warnings().empty());
+    ASSERT_TRUE(topology.reliableLpuInformationAvailable());
+    EXPECT_EQ(topology.getNumberLpus(), topology.getTopologyMask().count());
+    EXPECT_EQ(static_cast<long>(topology.getNumberLpus()), sysconf(_SC_NPROCESSORS_ONLN));
+    EXPECT_LE(topology.getNumberPhysicalCores(), topology.getNumberLpus());
+
+    // Every processor this process runs on is one it may use.
+    EXPECT_TRUE(test::threadAffinityFromSystem().isIncludedIn(topology.getAllowedMask()));
+    EXPECT_EQ(topology.restrictToAvailableResources(topology.getTopologyMask()),
+              topology.getAllowedMask());
+    EXPECT_FALSE(topology.getLpusFromMask(topology.getAllowedMask()).empty());
+}
+
+struct Printed {
+    const char* fixture;
+    const char* levels;  // S sockets, N NUMA nodes, C cores, + the summary
+    unsigned indent, maxItems;
+    const char* text;
+};
+
+// Sockets equal to NUMA nodes share their lines; core lines only with SMT; numbers are padded
+// to the digits of their level; long lists keep their ends within maxItems (at least two), but
+// two cores are never shortened however many threads they hold.
+const Printed printed[] = {
+    {"two-sockets.xml", "SN", 2, 100,
+     "  S00 = N00 : [00+01 02+03 04+05 06+07]\n  S01 = N01 : [08+09 10+11 12+13 14+15]\n"},
+    {"two-sockets.xml", "N", 0, 100,
+     "N00 : [00+01 02+03 04+05 06+07]\nN01 : [08+09 10+11 12+13 14+15]\n"},
+    {"two-numa-per-socket.xml", "SN", 1, 100,
+     " S00 : [00+01 02+03 04+05 06+07]\n S01 : [08+09 10+11 12+13 14+15]\n N00 : [00+01 02+03]\n"
+     " N01 : [04+05 06+07]\n N02 : [08+09 10+11]\n N03 : [12+13 14+15]\n"},
+    {"mixed-smt-cores.xml", "C", 0, 100, "C00 : [00+01]\nC01 : [02]\n"},
+    {"smt-off.xml", "C", 0, 100, ""},
+    {"two-numa-per-socket.xml", "+", 2, 100,
+     "  LPUs = 16, physical cores = 8, NUMA nodes = 4, sockets = 2\n"
+     "  Sockets are equal to NUMA nodes: no\n  Simultaneous multithreading (SMT): yes\n"
+     "  Symmetric: yes\n  Information obtained via hwloc: LPUs = yes, physical cores = yes, NUMA "
+     "nodes = yes, sockets = yes\n"},
+    {"damaged-no-pus.xml", "SNC+", 0, 100,
+     "S00 = N00 : [00]\nLPUs = 1, physical cores = 1, NUMA nodes = 1, sockets = 1\n"
+     "Sockets are equal to NUMA nodes: yes\nSimultaneous multithreading (SMT): no\nSymmetric: yes\n"
+     "Information obtained via hwloc: LPUs = no, physical cores = no, NUMA nodes = no, sockets = "
+     "no\n"},
+    {"smt-off.xml", "S", 0, 4, "S00 : [00 01 02 03]\nS01 : [04 05 06 07]\n"},
+    {"smt-off.xml", "S", 0, 3, "S00 : [00 01 ... 03]\nS01 : [04 05 ... 07]\n"},
+    {"smt-off.xml", "S", 0, 0, "S00 : [00 ... 03]\nS01 : [04 ... 07]\n"},
+    {"hundred-and-one-lpus.xml", "S", 0, 6, "S00 : [000 001 002 ... 098 099 100]\n"},
+    {"two-numa-nodes.xml", "N", 0, 2, "N00 : [00+01 02+03]\nN01 : [04+05 06+07]\n"},
+};
+
+TEST(CpuTopologyPrint, EachLevelOnItsOwnLinesAndTheSummary) {
+    for (const Printed& p : printed) {
+        test::WarningCapture log;  // the damaged fixture warns as it loads
+        const std::string levels = p.levels;
+        const auto has = [&](char level) { return levels.find(level) != std::string::npos; };
+        EXPECT_EQ(loadFixture(p.fixture).print(has('S'), has('N'), has('C'), has('+'), p.indent,
+                                               p.maxItems),
+                  p.text)
+            << p.fixture << " " << p.levels << " " << p.maxItems;
+    }
+    const std::string many = loadFixture("many-lpus.xml").print(false, true, true, false, 0, 4);
+    EXPECT_NE(many.find("N03 : [156+157 ... 206+207]\n"), std::string::npos) << many;
+    EXPECT_NE(many.find("C103 : [206+207]\n"), std::string::npos) << many;
+}
+
+TEST(CpuTopologyPrint, MasksNameTheLargestUnitsTheyCover) {
+    const CpuTopology topology = loadFixture("two-sockets.xml");
+    EXPECT_EQ(topology.printAffinityMask(topology.getTopologyMask(), 10), "{S00-S01}");
+    EXPECT_EQ(topology.printAffinityMask(topology.getSocketMask(0) | maskOf({8, 9, 11}), 10),
+              "{S00 C04 11}");
+    EXPECT_EQ(topology.printAffinityMask(maskOf({2, 3, 4, 5, 6, 7, 9}), 10), "{C01-C03 09}");
+    EXPECT_EQ(topology.printAffinityMask(maskOf({1, 3, 4}), 10), "{01 03-04}");
+    EXPECT_EQ(topology.printAffinityMask(AffinityMask(), 10), "{}");
+    EXPECT_EQ(topology.printAffinityMask(maskOf({1, 16}), 10), "{0x10002}");
+    EXPECT_EQ(topology.printAffinityMask(maskOf({0, 2, 4, 6, 8, 10, 12, 14}), 4),
+              "{00 02 ... 12 14}");
+
+    const CpuTopology numaNodes = loadFixture("two-numa-per-socket.xml");
+    EXPECT_EQ(numaNodes.printAffinityMask(numaNodes.getNumaMask({1, 2}), 10), "{N01-N02}");
+    // Without SMT a core is just its LPU.
+    EXPECT_EQ(loadFixture("smt-off.xml").printAffinityMask(maskOf({0, 1}), 10), "{00-01}");
+    // LPU numbers, not processor indices.
+    EXPECT_EQ(loadFixture("interleaved-smt.xml").printAffinityMask(maskOf({4}), 10), "{01}");
+    EXPECT_EQ(loadFixture("damaged-no-pus.xml").printAffinityMask(maskOf({0}), 10), "{0x1}");
+}
+
+// The table builder on hand-made hwloc objects: consistency checks that no topology hwloc
+// loads can trip.
+TEST(CpuTopologyTableBuilder, RootsFewerThanTheContainersAreAnInternalError) {
+    hwloc_obj pu{};
+    pu.type = HWLOC_OBJ_PU;
+    hwloc_obj_t children[] = {&pu};
+    hwloc_obj core{};
+    core.type = HWLOC_OBJ_CORE;
+    core.arity = 1;
+    core.children = children;
+    hwloc_obj otherCore{};
+    otherCore.type = HWLOC_OBJ_CORE;
+    const std::vector<HwlocObj> cores{{&core, 0}, {&otherCore, 1}};
+    const std::vector<HwlocObj> pus{{&pu, 0}};
+
+    const auto nested = CpuTopologyTableBuilder::nest({cores[0]}, {&core}, pus);
+    ASSERT_EQ(nested.size(), 1u);
+    EXPECT_EQ(nested[0].objs.size(), 1u);
+    EXPECT_EQ(test::failureOf([&] { CpuTopologyTableBuilder::nest(cores, {&core}, pus); }),
+              "Index out of range. | index < list.size()");
 }
 
 }  // namespace

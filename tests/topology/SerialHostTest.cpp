@@ -78,16 +78,14 @@ TEST_F(SerialHost, OneHostOneProcessAndNoCommunicators) {
     EXPECT_EQ(host.getHostName(), Platform::process().hostName());
     EXPECT_EQ(host.getNumberHosts(), 1u);
     EXPECT_EQ(host.getNumberProcesses(), 1u);
-    ASSERT_EQ(host.getHostPidMap().size(), 1u);
-    EXPECT_EQ(host.getHostPidMap().begin()->first, host.getHostName());
-    EXPECT_EQ(host.getHostPidMap().begin()->second, std::make_pair(pid, 0u));
+    EXPECT_EQ(host.getHostPidMap(),
+              (MachineHost::HostPidMap{{host.getHostName(), std::make_pair(pid, 0u)}}));
     List pids, ranks;
     host.getPids(pids);
     host.getMpiRanks(ranks);
     EXPECT_EQ(pids, List{pid});
     EXPECT_EQ(ranks, List{0});
-    EXPECT_TRUE(host.firstProcessOnHost());
-    EXPECT_TRUE(host.masterOnHost());
+    EXPECT_TRUE(host.firstProcessOnHost() && host.masterOnHost());
     EXPECT_EQ(host.getIntraHostRank(), 0u);
     EXPECT_FALSE(host.hasIntraHostComm());
     EXPECT_FALSE(MachineHostTesting::hasInterHostComm(host));

@@ -3,23 +3,28 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <memory>
+#include <sstream>
 #include <string>
 
 namespace tolm {
 namespace {
 
-using Environment = std::map<std::string, std::string>;
-
-LauncherEnvironment::Lookup lookupIn(const Environment& environment) {
-    return [&environment](const char* name) -> const char* {
-        const auto found = environment.find(name);
-        return found == environment.end() ? nullptr : found->second.c_str();
+// The variables of `environment` ("NAME=value NAME=value").
+LauncherEnvironment::Lookup lookupIn(const std::string& environment) {
+    auto variables = std::make_shared<std::map<std::string, std::string>>();
+    std::istringstream words(environment);
+    for (std::string word; words >> word;)
+        (*variables)[word.substr(0, word.find('='))] = word.substr(word.find('=') + 1);
+    return [variables](const char* name) -> const char* {
+        const auto found = variables->find(name);
+        return found == variables->end() ? nullptr : found->second.c_str();
     };
 }
 
 struct Detection {
     const char* what;
-    Environment environment;
+    const char* environment;
     const char* name;  // null: no launcher found
     const char* driver;
     unsigned int processes;
@@ -29,66 +34,24 @@ struct Detection {
 // The variables are those each launcher set here (Open MPI 4.1's mpirun, MPICH 4.0's Hydra)
 // or documents (Slurm's srun).
 const Detection detections[] = {
-    {"mpirun",
-     {{"OMPI_COMM_WORLD_SIZE", "4"}, {"OMPI_COMM_WORLD_RANK", "2"}, {"PMIX_RANK", "2"}},
-     "Open MPI's mpirun",
-     "openmpi4",
-     4,
-     2},
-    {"hydra",
-     {{"PMI_SIZE", "3"}, {"PMI_RANK", "1"}, {"PMI_FD", "6"}, {"MPI_LOCALNRANKS", "3"}},
-     "MPICH's mpiexec (Hydra)",
-     "mpich2",
-     3,
-     1},
+    {"mpirun", "OMPI_COMM_WORLD_SIZE=4 OMPI_COMM_WORLD_RANK=2 PMIX_RANK=2", "Open MPI's mpirun",
+     "openmpi4", 4, 2},
+    {"hydra", "PMI_SIZE=3 PMI_RANK=1 PMI_FD=6 MPI_LOCALNRANKS=3", "MPICH's mpiexec (Hydra)",
+     "mpich2", 3, 1},
     {"mpirunInASlurmStep",
-     {{"OMPI_COMM_WORLD_SIZE", "8"},
-      {"OMPI_COMM_WORLD_RANK", "0"},
-      {"SLURM_STEP_ID", "0"},
-      {"SLURM_NTASKS", "1"}},
-     "Open MPI's mpirun",
-     "openmpi4",
-     8,
-     0},
+     "OMPI_COMM_WORLD_SIZE=8 OMPI_COMM_WORLD_RANK=0 SLURM_STEP_ID=0 SLURM_NTASKS=1",
+     "Open MPI's mpirun", "openmpi4", 8, 0},
     {"hydraInASlurmStep",
-     {{"PMI_SIZE", "2"},
-      {"PMI_RANK", "0"},
-      {"MPI_LOCALNRANKS", "2"},
-      {"SLURM_STEP_ID", "3"},
-      {"SLURM_STEP_NUM_TASKS", "1"}},
-     "MPICH's mpiexec (Hydra)",
-     "mpich2",
-     2,
-     0},
+     "PMI_SIZE=2 PMI_RANK=0 MPI_LOCALNRANKS=2 SLURM_STEP_ID=3 SLURM_STEP_NUM_TASKS=1",
+     "MPICH's mpiexec (Hydra)", "mpich2", 2, 0},
     {"srunWithPmix",
-     {{"SLURM_STEP_ID", "0"},
-      {"SLURM_STEP_NUM_TASKS", "16"},
-      {"SLURM_NTASKS", "32"},
-      {"SLURM_PROCID", "5"},
-      {"PMIX_RANK", "5"}},
-     "Slurm's srun",
-     "openmpi4",
-     16,
-     5},
-    {"srunWithPmi2",
-     {{"SLURM_STEP_ID", "1"},
-      {"SLURM_NTASKS", "6"},
-      {"SLURM_PROCID", "3"},
-      {"PMI_RANK", "3"},
-      {"PMI_SIZE", "6"},
-      {"PMI_FD", "5"}},
-     "Slurm's srun (PMI-2)",
-     "mpich2",
-     6,
-     3},
-    {"batchScriptOfAnAllocation",
-     {{"SLURM_JOB_ID", "77"}, {"SLURM_NTASKS", "6"}},
-     nullptr,
-     "",
-     0,
-     0},
-    {"countNotANumber", {{"OMPI_COMM_WORLD_SIZE", "four"}}, nullptr, "", 0, 0},
-    {"noLauncher", {}, nullptr, "", 0, 0},
+     "SLURM_STEP_ID=0 SLURM_STEP_NUM_TASKS=16 SLURM_NTASKS=32 SLURM_PROCID=5 PMIX_RANK=5",
+     "Slurm's srun", "openmpi4", 16, 5},
+    {"srunWithPmi2", "SLURM_STEP_ID=1 SLURM_NTASKS=6 SLURM_PROCID=3 PMI_RANK=3 PMI_SIZE=6 PMI_FD=5",
+     "Slurm's srun (PMI-2)", "mpich2", 6, 3},
+    {"batchScriptOfAnAllocation", "SLURM_JOB_ID=77 SLURM_NTASKS=6", nullptr, "", 0, 0},
+    {"countNotANumber", "OMPI_COMM_WORLD_SIZE=four", nullptr, "", 0, 0},
+    {"noLauncher", "", nullptr, "", 0, 0},
 };
 
 class LauncherDetection : public testing::TestWithParam<Detection> {};
