@@ -148,12 +148,6 @@ class WorkerThreads : public test::RealBinding {
         return seen;
     }
 
-    static void parseOptions(std::initializer_list<std::string> options) {
-        test::Argv argv(options);
-        Machine::ArgumentMap consumed;
-        Machine::parseCommonArgvs(argv.argc(), argv.argv(), consumed);
-    }
-
     std::atomic<int> bound{0};
 };
 
@@ -172,7 +166,7 @@ TEST_F(WorkerThreads, EachWorkerRunsOnItsOwnLpu) {
 }
 
 TEST_F(WorkerThreads, ThreadBindingOffLeavesWorkersWhereTheProcessRuns) {
-    parseOptions({"server", "-xthreadbindoff"});
+    test::parseCommonOptions({"server", "-xthreadbindoff"});
     ASSERT_FALSE(Machine::bindThreads());
     const ThreadBinder binder(topology, maskOf({lpus[0], lpus[1]}), 2);
     const auto seen = runWorkers(binder, 2);
@@ -182,7 +176,7 @@ TEST_F(WorkerThreads, ThreadBindingOffLeavesWorkersWhereTheProcessRuns) {
 }
 
 TEST_F(WorkerThreads, VerboseWorkersReportTheirBinding) {
-    parseOptions({"server", "-xthreadbindverbose"});
+    test::parseCommonOptions({"server", "-xthreadbindverbose"});
     const ThreadBinder binder(topology, maskOf({lpus[1]}), 1);
     testing::internal::CaptureStdout();
     runWorkers(binder, 1);

@@ -31,7 +31,7 @@ void startSerialMachine(std::initializer_list<std::string> options) {
     test::Argv argv(options);
     Machine::ArgumentMap consumed;
     Machine::startCommunicators(argv.argc(), argv.argv(), consumed);
-    Machine::parseCommonArgvs(argv.argc(), argv.argv(), consumed);
+    test::parseCommonOptions(options);
 }
 
 // Other servers are looked for on this host: in a UTS namespace of its own, the test sees

@@ -27,13 +27,7 @@ class CommonOptions : public ::testing::Test {
     }
 
     Machine::ArgumentMap parse(std::vector<std::string> args) {
-        std::vector<char*> argv;
-        for (std::string& arg : args)
-            argv.push_back(arg.data());
-        argv.push_back(nullptr);
-        Machine::ArgumentMap consumed;
-        Machine::parseCommonArgvs(int(args.size()), argv.data(), consumed);
-        return consumed;
+        return test::parseCommonOptions(std::move(args));
     }
     std::string failureOf(std::vector<std::string> args) {
         return test::errorOf<OptionError>([&] { parse(std::move(args)); });

