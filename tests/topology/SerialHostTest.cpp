@@ -68,6 +68,13 @@ class SerialHost : public test::RealBinding {
         Machine::stopCommunicators();
         Machine::reset();
     }
+    // A serial machine allowed two LPUs and bound by the machine to one of them.
+    MachineHost& startBoundOnOneOfTwoLpus() {
+        test::setThreadAffinityInSystem(maskOf({lpus[0], lpus[1]}));
+        startSerialMachine({"server", "-s"});
+        EXPECT_TRUE(Machine::getHost().bindProcesses());
+        return Machine::getHost();
+    }
 };
 
 TEST_F(SerialHost, OneHostOneProcessAndNoCommunicators) {
@@ -159,10 +166,7 @@ TEST_F(SerialHost, EveryThreadFollowsTheMainThread) {
 
 TEST_F(SerialHost, ContentionWithAnotherServerMovesThisOneToAFreeLpu) {
     REQUIRE_HOST_OF_ITS_OWN();
-    test::setThreadAffinityInSystem(maskOf({lpus[0], lpus[1]}));
-    startSerialMachine({"server", "-s"});
-    MachineHost& host = Machine::getHost();
-    ASSERT_TRUE(host.bindProcesses());
+    MachineHost& host = startBoundOnOneOfTwoLpus();
     const AffinityMask mine = threadAffinityFromSystem();
     const test::OtherServer other(mine);
     EXPECT_TRUE(host.hasMultipleServersRunning());
@@ -186,10 +190,7 @@ TEST_F(SerialHost, ContentionWithAnotherServerMovesThisOneToAFreeLpu) {
 
 TEST_F(SerialHost, WithNoFreeCoreContentionLetsThisServerRunAnywhere) {
     REQUIRE_HOST_OF_ITS_OWN();
-    test::setThreadAffinityInSystem(maskOf({lpus[0], lpus[1]}));
-    startSerialMachine({"server", "-s"});
-    MachineHost& host = Machine::getHost();
-    ASSERT_TRUE(host.bindProcesses());
+    MachineHost& host = startBoundOnOneOfTwoLpus();
     const test::OtherServer first(only(lpus[0]));
     const test::OtherServer second(only(lpus[1]));
     test::WarningCapture log;

@@ -5,7 +5,6 @@
 #include "machine/core/ParameterInitialValues.h"
 #include "machine/core/RendererConfig.h"
 #include "machine/core/RollCall.h"
-#include "machine/remote/RemoteShellFactory.h"
 #include "neo/InternalError.h"
 #include "neo/SingletonCleaner.h"
 #include "platform/StringHelper.h"
@@ -118,8 +117,8 @@ TEST_F(CommonOptions, ValuesReachTheirSettings) {
 
 TEST_F(CommonOptions, FlagsReachTheirSettings) {
     parse({"server", "-pio", "-printpids", "-xnodeverrors", "-xthreadbindoff",
-           "-xthreadbindverbose", "-deleteOnExit", "-rsh", "ssh -p 22", "-rrthreads", "4",
-           "-rgraphics", "software", "-xmpidriver", "x", "-xmpiversion", "y"});
+           "-xthreadbindverbose", "-deleteOnExit", "-rrthreads", "4", "-rgraphics", "software",
+           "-xmpidriver", "x", "-xmpiversion", "y"});
     const Machine& machine = Machine::getSingleton();
     EXPECT_TRUE(machine.isParallelIo());
     EXPECT_TRUE(Machine::getPrintpids());
@@ -127,8 +126,6 @@ TEST_F(CommonOptions, FlagsReachTheirSettings) {
     EXPECT_EQ(Machine::getThreadBindingAttributes(),
               Machine::ThreadBindingOff | Machine::ThreadBindingVerbose);
     EXPECT_TRUE(machine.isDeleteOnExit());
-    EXPECT_EQ(RemoteShellFactory::getSingleton().getRemoteProcessLauncher().getCommand(L"node"),
-              "ssh -p 22 node");
     EXPECT_EQ(RendererConfig::getNumRenderThreads(), 4);
     EXPECT_EQ(RendererConfig::getGraphics(), "software");
 }
