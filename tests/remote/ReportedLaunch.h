@@ -14,9 +14,7 @@ namespace tolm::test {
 
 // The default launcher as the option "-rsh" `command` sets it.
 inline RemoteProcessLauncher& launcherFromRshOption(const std::string& command) {
-    Argv argv{"server", "-s", "-rsh", command};
-    Machine::ArgumentMap consumed;
-    Machine::parseCommonArgvs(argv.argc(), argv.argv(), consumed);
+    parseCommonOptions({"server", "-s", "-rsh", command});
     return RemoteShellFactory::getSingleton().getRemoteProcessLauncher();
 }
 

@@ -11,9 +11,7 @@ namespace {
 using Problems = std::vector<std::string>;
 
 Properties job(bool machineBinds = true, const std::string& logs = "") {
-    Properties described;
-    described.set("launcher", "none");
-    described.set("driver", "-mpi mpich2");
+    Properties described(R"({"launcher":"none","driver":"-mpi mpich2"})");
     described.set("logDirectory", logs);
     described.set("machineBinds", machineBinds);
     return described;
@@ -22,18 +20,13 @@ Properties job(bool machineBinds = true, const std::string& logs = "") {
 // A process on `host` that found everything in order; the first of its host carries the
 // host's facts.
 Properties process(unsigned rank, const std::string& host, bool first) {
-    Properties record;
+    Properties record(R"({"bound":true,"pinnedAtStart":false,"mpiLibrary":"/lib/libmpich.so.12",
+        "mpiVersion":"MPICH Version: 4.0.2","vectorization":"avx2","temporaryDirectory":"/tmp",
+        "temporaryWritable":true})");
     record.set("rank", rank);
     record.set("host", host);
     record.set("role", rank == 0 ? "master" : "slave");
     record.set("lpus", std::vector<unsigned>{rank % 2});
-    record.set("bound", true);
-    record.set("pinnedAtStart", false);
-    record.set("mpiLibrary", "/lib/libmpich.so.12");
-    record.set("mpiVersion", "MPICH Version: 4.0.2");
-    record.set("vectorization", "avx2");
-    record.set("temporaryDirectory", "/tmp");
-    record.set("temporaryWritable", true);
     if (first) {
         record.set("contention", false);
         record.set("overSubscribedBy", 0u);

@@ -4,9 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "machine/topology/CpuBinder.h"
-#include "machine/topology/CpuTopology.h"
 #include "machine/core/Machine.h"
+#include "machine/topology/CpuBinder.h"
+#include "machine/topology/CpuBindingCollisions.h"
+#include "machine/topology/CpuTopology.h"
 #include "neo/InternalError.h"
 #include "topology/TopologyTestSupport.h"
 
@@ -17,6 +18,7 @@ using test::loadFixture;
 using test::maskOf;
 using test::numbers;
 using List = std::vector<unsigned>;
+using Collisions = CpuBindingCollisions;
 
 // The LPU each of `processes` processes of a host chooses, by host rank.
 List choices(const CpuTopology& topology, const AffinityMask& available, unsigned processes,
@@ -112,6 +114,35 @@ TEST(CpuBinderThreads, ThreadsSpreadOverCoresAndWrapRound) {
     EXPECT_EQ(CpuBinder::selectThreadLpus(3, topology, maskOf({6, 8})), (List{6, 8, 6}));
     EXPECT_EQ(CpuBinder::selectThreadLpus(0, topology, topology.getTopologyMask()), List{});
     EXPECT_EQ(CpuBinder::selectThreadLpus(2, topology, AffinityMask()), List{});
+}
+
+const AffinityMask available = maskOf({0, 1, 2, 3});
+
+TEST(CpuBindingCollisions, OnlyAProcessThatMayNotRunEverywhereIsPinned) {
+    EXPECT_TRUE(Collisions::isPinned(maskOf({2}), available));
+    EXPECT_TRUE(Collisions::isPinned(maskOf({0, 1, 2}), available));
+    EXPECT_FALSE(Collisions::isPinned(available, available));
+    EXPECT_FALSE(Collisions::isPinned(maskOf({0, 1, 2, 3, 7}), available));
+    // An affinity that could not be read pins nothing.
+    EXPECT_FALSE(Collisions::isPinned(AffinityMask(), available));
+}
+
+TEST(CpuBindingCollisions, PinnedProcessesSharingLpusCollide) {
+    const auto found = Collisions::find(
+        {maskOf({0}), maskOf({1}), maskOf({0, 1}), available, maskOf({3})}, available);
+    ASSERT_EQ(found.size(), 2u);
+    EXPECT_EQ(std::make_pair(found[0].first, found[0].second), std::make_pair(0u, 2u));
+    EXPECT_EQ(found[0].shared, maskOf({0}));
+    EXPECT_EQ(std::make_pair(found[1].first, found[1].second), std::make_pair(1u, 2u));
+    EXPECT_EQ(found[1].shared, maskOf({1}));
+    EXPECT_TRUE(Collisions::find({maskOf({0}), maskOf({1}), maskOf({2})}, available).empty());
+    EXPECT_TRUE(Collisions::find({available, available, maskOf({2})}, available).empty());
+}
+
+TEST(CpuBindingCollisions, PinnedLpusAreTheUnionOfPinnedMasksOnly) {
+    EXPECT_EQ(Collisions::pinnedLpus({maskOf({0}), available, maskOf({2, 3})}, available),
+              maskOf({0, 2, 3}));
+    EXPECT_TRUE(Collisions::pinnedLpus({available}, available).empty());
 }
 
 }  // namespace

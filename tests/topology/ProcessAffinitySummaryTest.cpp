@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "machine/topology/CpuTopology.h"
@@ -15,25 +16,22 @@ using test::loadFixture;
 using test::maskOf;
 using test::numbers;
 
+// One character per hardware thread, cores by socket; hardware threads are found by their
+// processor numbers (in interleaved-smt.xml processors 0 and 4 are the threads of core 0).
 TEST(BindingPicture, OneCharacterPerHardwareThreadCoresBySocket) {
-    const CpuTopology topology = loadFixture("two-sockets.xml");
-    EXPECT_EQ(Summary::picture(topology, maskOf({0, 1})), "[BB/../../..][../../../..]");
-    EXPECT_EQ(Summary::picture(topology, maskOf({9, 15})), "[../../../..][.B/../../.B]");
-    EXPECT_EQ(Summary::picture(topology, topology.getTopologyMask()), "[BB/BB/BB/BB][BB/BB/BB/BB]");
-    EXPECT_EQ(Summary::picture(loadFixture("smt-off.xml"), maskOf({5})), "[./././.][./B/./.]");
-}
-
-// Processors 0 and 4 are the two hardware threads of core 0.
-TEST(BindingPicture, HardwareThreadsAreFoundByTheirProcessorNumbers) {
-    const CpuTopology topology = loadFixture("interleaved-smt.xml");
-    EXPECT_EQ(Summary::picture(topology, maskOf({0, 4})), "[BB/..][../..]");
-    EXPECT_EQ(Summary::picture(topology, maskOf({1})), "[../B.][../..]");
-}
-
-TEST(BindingPicture, WithoutLpuInformationTheMaskIsShown) {
-    test::WarningCapture log;  // the damaged fixture warns as it loads
-    const CpuTopology topology = loadFixture("damaged-no-pus.xml");
-    EXPECT_EQ(Summary::picture(topology, maskOf({0, 5})), "[0x21]");
+    const std::tuple<const char*, std::vector<unsigned>, const char*> cases[] = {
+        {"two-sockets.xml", {0, 1}, "[BB/../../..][../../../..]"},
+        {"two-sockets.xml", {9, 15}, "[../../../..][.B/../../.B]"},
+        {"two-sockets.xml", numbers(0, 15), "[BB/BB/BB/BB][BB/BB/BB/BB]"},
+        {"smt-off.xml", {5}, "[./././.][./B/./.]"},
+        {"interleaved-smt.xml", {0, 4}, "[BB/..][../..]"},
+        {"interleaved-smt.xml", {1}, "[../B.][../..]"},
+        {"damaged-no-pus.xml", {0, 5}, "[0x21]"},  // without LPU information: the mask
+    };
+    for (const auto& [fixture, lpus, picture] : cases) {
+        test::WarningCapture log;  // the damaged fixture warns as it loads
+        EXPECT_EQ(Summary::picture(loadFixture(fixture), maskOf(lpus)), picture) << fixture;
+    }
 }
 
 TEST(BindingReport, LpuListsAreRanges) {
@@ -85,6 +83,11 @@ TEST(BindingReport, OneLinePerProcessInRankOrder) {
               "[hostB:1001] rank 1 not bound, runs on LPUs 0-1: [B/B]\n"
               "[hostA:1002] rank 2 bound to LPU 1: [./B]\n"
               "[hostB:1003] rank 3 not bound, runs on LPUs 0-1: [B/B]\n");
+    Properties unknown = record(0, "solo", {0}, false, "[]");
+    unknown.set("lpus", std::vector<unsigned>{});
+    EXPECT_EQ(Summary::format(Summary::collect({unknown}), 1, "leastload", false),
+              "Process binding (policy leastload): 1 process on 1 host\n"
+              "[solo:1000] rank 0 affinity unknown\n");
 }
 
 TEST(BindingReport, ExtendedShowsEachHostOnceAndEveryMainThread) {
@@ -102,14 +105,6 @@ TEST(BindingReport, ExtendedShowsEachHostOnceAndEveryMainThread) {
               "    main thread on LPUs 0-1; last ran on LPU 0; covers {00}\n"
               "[hostA:1002] rank 2 bound to LPU 1: [./B]\n"
               "    main thread on LPU 1; last ran on LPU 1; covers {01}\n");
-}
-
-TEST(BindingReport, OneProcessWhoseAffinityIsUnknown) {
-    Properties process = record(0, "solo", {0}, false, "[]");
-    process.set("lpus", std::vector<unsigned>{});
-    EXPECT_EQ(Summary::format(Summary::collect({process}), 1, "leastload", false),
-              "Process binding (policy leastload): 1 process on 1 host\n"
-              "[solo:1000] rank 0 affinity unknown\n");
 }
 
 TEST(BindingReport, CollectTakesHostInformationOutOfTheRecords) {

@@ -31,7 +31,7 @@ void startSerialMachine(std::initializer_list<std::string> options) {
     test::Argv argv(options);
     Machine::ArgumentMap consumed;
     Machine::startCommunicators(argv.argc(), argv.argv(), consumed);
-    Machine::parseCommonArgvs(argv.argc(), argv.argv(), consumed);
+    test::parseCommonOptions(options);
 }
 
 // Other servers are looked for on this host: in a UTS namespace of its own, the test sees
@@ -68,6 +68,13 @@ class SerialHost : public test::RealBinding {
         Machine::stopCommunicators();
         Machine::reset();
     }
+    // A serial machine allowed two LPUs and bound by the machine to one of them.
+    MachineHost& startBoundOnOneOfTwoLpus() {
+        test::setThreadAffinityInSystem(maskOf({lpus[0], lpus[1]}));
+        startSerialMachine({"server", "-s"});
+        EXPECT_TRUE(Machine::getHost().bindProcesses());
+        return Machine::getHost();
+    }
 };
 
 TEST_F(SerialHost, OneHostOneProcessAndNoCommunicators) {
@@ -78,16 +85,14 @@ TEST_F(SerialHost, OneHostOneProcessAndNoCommunicators) {
     EXPECT_EQ(host.getHostName(), Platform::process().hostName());
     EXPECT_EQ(host.getNumberHosts(), 1u);
     EXPECT_EQ(host.getNumberProcesses(), 1u);
-    ASSERT_EQ(host.getHostPidMap().size(), 1u);
-    EXPECT_EQ(host.getHostPidMap().begin()->first, host.getHostName());
-    EXPECT_EQ(host.getHostPidMap().begin()->second, std::make_pair(pid, 0u));
+    EXPECT_EQ(host.getHostPidMap(),
+              (MachineHost::HostPidMap{{host.getHostName(), std::make_pair(pid, 0u)}}));
     List pids, ranks;
     host.getPids(pids);
     host.getMpiRanks(ranks);
     EXPECT_EQ(pids, List{pid});
     EXPECT_EQ(ranks, List{0});
-    EXPECT_TRUE(host.firstProcessOnHost());
-    EXPECT_TRUE(host.masterOnHost());
+    EXPECT_TRUE(host.firstProcessOnHost() && host.masterOnHost());
     EXPECT_EQ(host.getIntraHostRank(), 0u);
     EXPECT_FALSE(host.hasIntraHostComm());
     EXPECT_FALSE(MachineHostTesting::hasInterHostComm(host));
@@ -161,10 +166,7 @@ TEST_F(SerialHost, EveryThreadFollowsTheMainThread) {
 
 TEST_F(SerialHost, ContentionWithAnotherServerMovesThisOneToAFreeLpu) {
     REQUIRE_HOST_OF_ITS_OWN();
-    test::setThreadAffinityInSystem(maskOf({lpus[0], lpus[1]}));
-    startSerialMachine({"server", "-s"});
-    MachineHost& host = Machine::getHost();
-    ASSERT_TRUE(host.bindProcesses());
+    MachineHost& host = startBoundOnOneOfTwoLpus();
     const AffinityMask mine = threadAffinityFromSystem();
     const test::OtherServer other(mine);
     EXPECT_TRUE(host.hasMultipleServersRunning());
@@ -188,10 +190,7 @@ TEST_F(SerialHost, ContentionWithAnotherServerMovesThisOneToAFreeLpu) {
 
 TEST_F(SerialHost, WithNoFreeCoreContentionLetsThisServerRunAnywhere) {
     REQUIRE_HOST_OF_ITS_OWN();
-    test::setThreadAffinityInSystem(maskOf({lpus[0], lpus[1]}));
-    startSerialMachine({"server", "-s"});
-    MachineHost& host = Machine::getHost();
-    ASSERT_TRUE(host.bindProcesses());
+    MachineHost& host = startBoundOnOneOfTwoLpus();
     const test::OtherServer first(only(lpus[0]));
     const test::OtherServer second(only(lpus[1]));
     test::WarningCapture log;

@@ -2,10 +2,9 @@
 
 #include "machine/core/Machine.h"
 #include "machine/core/OptionError.h"
-#include "machine/core/RollCall.h"
 #include "machine/core/ParameterInitialValues.h"
-#include "machine/remote/RemoteShellFactory.h"
 #include "machine/core/RendererConfig.h"
+#include "machine/core/RollCall.h"
 #include "neo/InternalError.h"
 #include "neo/SingletonCleaner.h"
 #include "platform/StringHelper.h"
@@ -26,48 +25,60 @@ class CommonOptions : public ::testing::Test {
         SingletonCleaner::reset();
     }
 
-    Machine::ArgumentMap parse(Argv args) {
-        Machine::ArgumentMap consumed;
-        Machine::parseCommonArgvs(args.argc(), args.argv(), consumed);
-        return consumed;
+    Machine::ArgumentMap parse(std::vector<std::string> args) {
+        return test::parseCommonOptions(std::move(args));
     }
-    std::string failureOf(Argv args) {
+    std::string failureOf(std::vector<std::string> args) {
         return test::errorOf<OptionError>([&] { parse(std::move(args)); });
     }
 };
 
-TEST_F(CommonOptions, EveryValueOptionAtTheEndFailsWithItsMessage) {
-    const std::pair<const char*, const char*> cases[] = {
-        {"-mpi", "Missing -mpi arg"},
-        {"-mpidriver", "Missing -mpi arg"},
-        {"-module", "Missing -module arg"},
-        {"-xmpiversion", "Missing -xmpiversion arg"},
-        {"-xmpidriver", "Missing -xmpidriver arg"},
-        {"-rsh", "Missing -rsh arg"},
-        {"-tmpdir", "Missing -tmpdir arg"},
-        {"-iodebug", "Missing -iodebug arg"},
-        {"-cpubind", "Missing -cpubind arg"},
-        {"-cpubindcontentiontest", "Missing -cpubindcontentiontest arg"},
-        {"-jobmanagerurl", "Missing -jobmanagerurl arg"},
-        {"-taskid", "Missing -taskid arg"},
-        {"-rrthreads", "Missing -rrthreads arg"},
-        {"-rgraphics", "Missing -rgraphics arg"},
-        {"-memorymonitor", "Missing -memorymonitor arg"},
-        {"-hangtimeout", "Missing -hangtimeout arg"},
-    };
-    for (const auto& [option, message] : cases) {
-        EXPECT_EQ(failureOf({"server", "-s", option}), message) << option;
+// Every text an option error shows the user, word for word.
+TEST_F(CommonOptions, EveryBadValueFailsWithItsOptionsMessage) {
+    for (const char* option :
+         {"-module", "-xmpiversion", "-xmpidriver", "-rsh", "-tmpdir", "-iodebug", "-cpubind",
+          "-cpubindcontentiontest", "-jobmanagerurl", "-taskid", "-rrthreads", "-rgraphics",
+          "-memorymonitor", "-hangtimeout"}) {
+        EXPECT_EQ(failureOf({"server", "-s", option}), std::string("Missing ") + option + " arg");
     }
-    EXPECT_EQ(failureOf({"server", "-param"}), "Missing -param arg arg");
-    EXPECT_EQ(failureOf({"server", "-param", "a"}), "Missing -param arg arg");
+    const std::string file = test::makeTemporaryDirectory() + "/file";
+    test::writeTextFile(file, "x");
+    const std::string jobManager =
+        "Both -jobmanagerurl and -taskid must be specified when using Job Manager";
+    const std::string hangTimeout = "-hangtimeout takes a number of seconds from 0 to 604800, not ";
+    const std::pair<std::vector<std::string>, std::string> cases[] = {
+        {{"server", "-s", "-mpi"}, "Missing -mpi arg"},
+        {{"server", "-s", "-mpidriver"}, "Missing -mpi arg"},
+        {{"server", "-param"}, "Missing -param arg arg"},
+        {{"server", "-param", "a"}, "Missing -param arg arg"},
+        {{"server", "-tmpdir", "/nonexistent/tmp"},
+         "-tmpdir /nonexistent/tmp is not a writable directory: No such file or directory"},
+        {{"server", "-tmpdir", file},
+         "-tmpdir " + file + " is not a writable directory: Not a directory"},
+        {{"server", "-cpubind", "Latency"},
+         "-cpubind argument must be latency/leastload/disable (don't specify anything for "
+         "bandwidth)"},
+        {{"server", "-cpubindcontentiontest", "enabled"},
+         "-cpubindcontentiontest argument must either be enabled/disable"},
+        {{"server", "-jobmanagerurl", "http://jm", "-taskid", "0"}, jobManager},
+        {{"server", "-taskid", "4"}, jobManager},
+        {{"server", "-jobmanagerurl", "http://jm"}, jobManager},
+        {{"server", "-hangtimeout", "soon"}, hangTimeout + "soon"},
+        {{"server", "-hangtimeout", "-1"}, hangTimeout + "-1"},
+        {{"server", "-hangtimeout", "1e9"}, hangTimeout + "1e9"},
+        {{"server", "-hangtimeout", "10s"}, hangTimeout + "10s"},
+        {{"server", "-hangtimeout", ""}, hangTimeout},
+    };
+    for (const auto& [args, message] : cases)
+        EXPECT_EQ(failureOf(args), message) << args[1];
     EXPECT_TRUE(ParameterInitialValues::getSingleton().getParameterValues().empty());
 }
 
 TEST_F(CommonOptions, ConsumedMapCountsEntriesAndLeavesOthersToTheServer) {
     const std::string scratch = test::makeTemporaryDirectory();
     const auto consumed =
-        parse({"server", "-time", "-nothreads", "-batch", "file", "-tmpdir", scratch, "-param",
-               "p", "1", "-dmprojectid", "7", "-dmnoshare", "-unknown", "", "-iodebug", "3",
+        parse({"server", "-time", "-nothreads", "-batch", "file", "-tmpdir", scratch, "-param", "p",
+               "1", "-dmprojectid", "7", "-dmnoshare", "-unknown", "", "-iodebug", "3",
                "-dmrunfile"});  // a design option without its value is the server's too
     const Machine::ArgumentMap expected{{"-time", 1},  {"-nothreads", 1}, {"-tmpdir", 2},
                                         {"-param", 3}, {"-dmnoshare", 1}, {"-iodebug", 2}};
@@ -76,15 +87,6 @@ TEST_F(CommonOptions, ConsumedMapCountsEntriesAndLeavesOthersToTheServer) {
     EXPECT_EQ(Machine::getIOVerbosityLevel(), 3);
     EXPECT_EQ(Machine::getSingleton().getTemporaryDirectory(), StringHelper::decode(scratch));
     EXPECT_EQ(Machine::getExecutableName().rfind("tolm_unit_tests", 0), 0u);
-}
-
-TEST_F(CommonOptions, TmpdirMustBeAnExistingDirectory) {
-    const std::string file = test::makeTemporaryDirectory() + "/file";
-    test::writeTextFile(file, "x");
-    EXPECT_EQ(failureOf({"server", "-tmpdir", "/nonexistent/tmp"}),
-              "-tmpdir /nonexistent/tmp is not a writable directory: No such file or directory");
-    EXPECT_EQ(failureOf({"server", "-tmpdir", file}),
-              "-tmpdir " + file + " is not a writable directory: Not a directory");
 }
 
 TEST_F(CommonOptions, ParamKeepsTheLastValueForAName) {
@@ -96,29 +98,17 @@ TEST_F(CommonOptions, ParamKeepsTheLastValueForAName) {
     EXPECT_TRUE(ParameterInitialValues::getSingleton().getParameterValues().empty());
 }
 
-TEST_F(CommonOptions, CpuBindValuesAreCaseSensitive) {
+TEST_F(CommonOptions, ValuesReachTheirSettings) {
     parse({"server", "-cpubind", "bandwidth"});
     EXPECT_EQ(Machine::getCpuBindingPolicy(), Machine::Bandwidth);
-    parse({"server", "-cpubind", "leastload"});
+    parse({"server", "-cpubind", "leastload", "-hangtimeout", "2.5"});
     EXPECT_EQ(Machine::getCpuBindingPolicy(), Machine::LeastLoad);
-    parse({"server", "-cpubind", "disable"});
+    EXPECT_EQ(RollCall::getHangTimeout(), 2.5);
+    parse({"server", "-cpubind", "disable", "-cpubindcontentiontest", "disable"});
     EXPECT_FALSE(Machine::useInternalBinding());
-    EXPECT_EQ(failureOf({"server", "-cpubind", "Latency"}),
-              "-cpubind argument must be latency/leastload/disable (don't specify anything for "
-              "bandwidth)");
-    parse({"server", "-cpubindcontentiontest", "disable"});
     EXPECT_FALSE(Machine::isCpuBindingContentionTestEnabled());
-    EXPECT_EQ(failureOf({"server", "-cpubindcontentiontest", "enabled"}),
-              "-cpubindcontentiontest argument must either be enabled/disable");
-}
-
-TEST_F(CommonOptions, JobManagerNeedsBothUrlAndNonZeroTaskId) {
-    const char* message =
-        "Both -jobmanagerurl and -taskid must be specified when using Job Manager";
-    EXPECT_EQ(failureOf({"server", "-jobmanagerurl", "http://jm", "-taskid", "0"}), message);
-    EXPECT_EQ(failureOf({"server", "-taskid", "4"}), message);
-    EXPECT_EQ(failureOf({"server", "-jobmanagerurl", "http://jm"}), message);
-    parse({"server"});
+    parse({"server", "-hangtimeout", "0"});
+    EXPECT_EQ(RollCall::getHangTimeout(), 0.0);
     EXPECT_EQ(Machine::getSingleton().getTaskId(), 0);
     parse({"server", "-taskid", "12", "-jobmanagerurl", "http://jm"});
     EXPECT_EQ(Machine::getSingleton().getJobManagerURL(), L"http://jm");
@@ -127,8 +117,8 @@ TEST_F(CommonOptions, JobManagerNeedsBothUrlAndNonZeroTaskId) {
 
 TEST_F(CommonOptions, FlagsReachTheirSettings) {
     parse({"server", "-pio", "-printpids", "-xnodeverrors", "-xthreadbindoff",
-           "-xthreadbindverbose", "-deleteOnExit", "-rsh", "ssh -p 22", "-rrthreads", "4",
-           "-rgraphics", "software", "-xmpidriver", "x", "-xmpiversion", "y"});
+           "-xthreadbindverbose", "-deleteOnExit", "-rrthreads", "4", "-rgraphics", "software",
+           "-xmpidriver", "x", "-xmpiversion", "y"});
     const Machine& machine = Machine::getSingleton();
     EXPECT_TRUE(machine.isParallelIo());
     EXPECT_TRUE(Machine::getPrintpids());
@@ -136,8 +126,6 @@ TEST_F(CommonOptions, FlagsReachTheirSettings) {
     EXPECT_EQ(Machine::getThreadBindingAttributes(),
               Machine::ThreadBindingOff | Machine::ThreadBindingVerbose);
     EXPECT_TRUE(machine.isDeleteOnExit());
-    EXPECT_EQ(RemoteShellFactory::getSingleton().getRemoteProcessLauncher().getCommand(L"node"),
-              "ssh -p 22 node");
     EXPECT_EQ(RendererConfig::getNumRenderThreads(), 4);
     EXPECT_EQ(RendererConfig::getGraphics(), "software");
 }
@@ -148,18 +136,6 @@ TEST_F(CommonOptions, BadRendererGraphicsIsAnInternalError) {
     });
     EXPECT_TRUE(failure.starts_with("RendererConfig error: ")) << failure;
     EXPECT_TRUE(failure.ends_with(" | error.empty()")) << failure;
-}
-
-TEST_F(CommonOptions, HangTimeoutTakesSecondsWithinItsRange) {
-    parse({"server", "-hangtimeout", "2.5"});
-    EXPECT_EQ(RollCall::getHangTimeout(), 2.5);
-    for (const char* bad : {"soon", "-1", "1e9", "10s", ""}) {
-        EXPECT_EQ(failureOf({"server", "-hangtimeout", bad}),
-                  std::string("-hangtimeout takes a number of seconds from 0 to 604800, not ") +
-                      bad);
-    }
-    parse({"server", "-hangtimeout", "0"});
-    EXPECT_EQ(RollCall::getHangTimeout(), 0.0);
 }
 
 TEST_F(CommonOptions, TemporaryDirectoryDefaultsToThePlatformOne) {

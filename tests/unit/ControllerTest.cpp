@@ -1,8 +1,14 @@
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
 #include <sstream>
+#include <string>
+#include <thread>
 
+#include "machine/comm/Communicator.h"
+#include "machine/monitor/Profile.h"
+#include "machine/monitor/ProfileRecorder.h"
 #include "neo/Controller.h"
 #include "neo/Error.h"
 #include "neo/EventTracker.h"
@@ -155,6 +161,98 @@ TEST(EventTracker, ScopesWithEqualNamesShareOneEntry) {
     EXPECT_EQ(totals.at({"CommandController", "gatherResponse"}).count, 1u);
     EXPECT_GE(totals.at({"CommandController", "scatterCommand"}).seconds, 0.0);
     EventTracker::reset();
+}
+
+// What a communicator tells its recorder around one call.
+void call(ProfileRecorder& recorder, const char* operation, std::uint64_t bytes) {
+    recorder.open(operation, bytes);
+    recorder.close(-1);
+}
+
+TEST(ProfileRecorder, CountsCallsAndBytesPerOperationInOrderOfFirstUse) {
+    ProfileRecorder recorder;
+    call(recorder, "Communicator::Broadcast", 8);
+    call(recorder, "Communicator::Send", 100);
+    call(recorder, "Communicator::Broadcast", 24);
+    // The same name from another library's copy of the literal is the same operation.
+    const std::string copy = "Communicator::Send";
+    call(recorder, copy.c_str(), 1);
+
+    ASSERT_EQ(recorder.operations().size(), 2u);
+    EXPECT_EQ(recorder.operations()[0].name, "Communicator::Broadcast");
+    EXPECT_EQ(recorder.operations()[0].count, 2u);
+    EXPECT_EQ(recorder.operations()[0].bytes, 32u);
+    EXPECT_EQ(recorder.operations()[1].name, "Communicator::Send");
+    EXPECT_EQ(recorder.operations()[1].count, 2u);
+    EXPECT_EQ(recorder.operations()[1].bytes, 101u);
+    EXPECT_GE(recorder.communicationSeconds(), 0.0);
+}
+
+TEST(ProfileRecorder, WhileStartedItRecordsCommunicationAndRegisteredCommands) {
+    Controller& controller = Controller::getSingleton();
+    controller.registerCommand("ProfiledWork", [](const Properties&, Properties&) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    });
+    ProfileRecorder recorder;
+    recorder.start();
+    EXPECT_EQ(Communicator::getStatisticsRecorder(), &recorder);
+    controller.execute(Properties(R"({"command":"ProfiledWork"})"));
+    controller.execute(Properties(R"({"command":"ProfiledWork"})"));
+    controller.execute(Properties(R"({"command":"NoSuchCommand"})"));
+    recorder.stop();
+    controller.execute(Properties(R"({"command":"ProfiledWork"})"));
+
+    EXPECT_EQ(Communicator::getStatisticsRecorder(), nullptr);
+    ASSERT_EQ(recorder.commands().size(), 1u) << "unknown commands are not profiled";
+    const ProfileRecorder::CommandTimes& work = recorder.commands().at("ProfiledWork");
+    EXPECT_EQ(work.count, 2u) << "a stopped recorder went on counting";
+    EXPECT_GE(work.seconds, 0.004);  // the handler's sleeps, at the least
+}
+
+Properties record(const char* json) {
+    return Properties(json);
+}
+
+TEST(Profile, CombinesTheProcessesRecords) {
+    const Properties profile = Profile::combine({
+        record(R"({"commands":{"Solve":{"count":1,"seconds":2.0},"Echo":{"count":3,"seconds":0.5}},
+                   "operations":[{"name":"Communicator::Send","count":4,"bytes":400}],
+                   "communicationSeconds":0.25})"),
+        record(R"({"commands":{"Solve":{"count":1,"seconds":4.0}},
+                   "operations":[{"name":"Communicator::AllReduce","count":2,"bytes":16},
+                                 {"name":"Communicator::Send","count":1,"bytes":8}],
+                   "communicationSeconds":0.75})"),
+    });
+    EXPECT_EQ(profile.get<unsigned>("processes"), 2u);
+    // A command one process never ran counts as zero seconds there.
+    EXPECT_EQ(profile.value().at("commands"), Properties::Value::parse(R"({
+        "Echo":{"count":3,"wall":{"min":0.0,"average":0.25,"max":0.5},"imbalance":2.0},
+        "Solve":{"count":1,"wall":{"min":2.0,"average":3.0,"max":4.0},"imbalance":1.3333333333333333}})"));
+    EXPECT_EQ(profile.value().at("communicationSeconds"), Properties::Value::parse("[0.25,0.75]"));
+    EXPECT_EQ(profile.value().at("operations"),
+              Properties::Value::parse(R"([{"name":"Communicator::Send","messages":5,"bytes":408},
+                                           {"name":"Communicator::AllReduce","messages":2,"bytes":16}])"));
+}
+
+TEST(Profile, TableNamesEveryCommandAndOperationAndTheRanksOfTheExtremes) {
+    const Properties profile = Profile::combine({
+        record(R"({"commands":{"Solve":{"count":1,"seconds":2.0}},
+                   "operations":[{"name":"Communicator::Send","count":4,"bytes":400}],
+                   "communicationSeconds":0.5})"),
+        record(R"({"commands":{"Solve":{"count":1,"seconds":4.0}},"operations":[],
+                   "communicationSeconds":0.25})"),
+    });
+    EXPECT_EQ(Profile::format(profile),
+              "Profile of the job over 2 processes (wall seconds of each command's handler, over "
+              "the processes)\n"
+              "command                         count          min      average          max  "
+              "imbalance\n"
+              "Solve                               1     2.000000     3.000000     4.000000       "
+              "1.33\n"
+              "Seconds inside communication per rank: min 0.250000 (rank 1), average 0.375000, "
+              "max 0.500000 (rank 0)\n"
+              "operation (all processes)              messages            bytes\n"
+              "Communicator::Send                            4              400\n");
 }
 
 }  // namespace

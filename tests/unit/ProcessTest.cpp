@@ -1,9 +1,10 @@
 #include <gtest/gtest.h>
+
 #include <signal.h>
 #include <unistd.h>
-
 #include <cerrno>
 #include <chrono>
+#include <string>
 
 #include "platform/Pipe.h"
 #include "platform/Process.h"
@@ -13,6 +14,7 @@ namespace {
 
 using namespace std::chrono_literals;
 using OS::Process;
+using Clock = std::chrono::steady_clock;
 
 // Everything the pipe carries until its end (or 10 s).
 std::string readAll(Pipe& pipe) {
@@ -21,8 +23,10 @@ std::string readAll(Pipe& pipe) {
     const auto deadline = std::chrono::steady_clock::now() + 10s;
     while (std::chrono::steady_clock::now() < deadline) {
         const int n = pipe.read(buffer, sizeof(buffer), 1s);
-        if (n == Pipe::Ended || n == Pipe::Failed) break;
-        if (n > 0) text.append(buffer, n);
+        if (n == Pipe::Ended || n == Pipe::Failed)
+            break;
+        if (n > 0)
+            text.append(buffer, n);
     }
     return text;
 }
@@ -64,7 +68,8 @@ TEST(Process, ChildrenReadTheNullDeviceNotOurInput) {
     Pipe pipe;
     auto child = spawn({"cat"}, &pipe);
     ::dup2(savedInput, STDIN_FILENO);
-    for (int descriptor : {savedInput, silence[0], silence[1]}) ::close(descriptor);
+    for (int descriptor : {savedInput, silence[0], silence[1]})
+        ::close(descriptor);
     ASSERT_TRUE(child);
     ASSERT_EQ(child->waitFor(5s), 0);
     EXPECT_EQ(readAll(pipe), "");
@@ -88,6 +93,31 @@ TEST(Process, DroppingTheHandleEndsARunningChild) {
     errno = 0;
     EXPECT_EQ(::kill(pid, 0), -1);
     EXPECT_EQ(errno, ESRCH);
+}
+
+TEST(Pipe, ReadGivesUpAfterItsTimeOut) {
+    Pipe pipe;
+    char buffer[8];
+    const auto start = Clock::now();
+    EXPECT_EQ(pipe.read(buffer, sizeof(buffer), 200ms), Pipe::TimedOut);
+    const auto waited = Clock::now() - start;
+    EXPECT_GE(waited, 190ms);
+    EXPECT_LT(waited, 2s);
+}
+
+TEST(Pipe, ReadTakesWhatIsThereThenReportsTheEnd) {
+    Pipe pipe;
+    ASSERT_EQ(pipe.write("abcdef", 6), 6);
+    char buffer[4];
+    ASSERT_EQ(pipe.read(buffer, 4, 5s), 4);
+    EXPECT_EQ(std::string(buffer, 4), "abcd");
+    const auto start = Clock::now();
+    ASSERT_EQ(pipe.read(buffer, 4, 5s), 2);  // what is there, without waiting for more
+    EXPECT_EQ(std::string(buffer, 2), "ef");
+    pipe.closeWriteEnd();
+    EXPECT_EQ(pipe.read(buffer, 4, 5s), Pipe::Ended);
+    EXPECT_EQ(pipe.read(buffer, 4, 5s), Pipe::Ended);
+    EXPECT_LT(Clock::now() - start, 1s);
 }
 
 }  // namespace

@@ -1,7 +1,12 @@
 #include <gtest/gtest.h>
 
 #include <cfenv>
+#include <cstdint>
+#include <stdexcept>
+#include <vector>
 
+#include "machine/core/ExitStatus.h"
+#include "neo/CheckedField.h"
 #include "neo/Error.h"
 #include "neo/InternalError.h"
 #include "neo/NonRecoverableError.h"
@@ -10,6 +15,8 @@
 
 namespace tolm {
 namespace {
+
+using Code = ExitStatus::ErrorCode;
 
 TEST(Properties, TextRoundTripKeepsKeyOrderAndValues) {
     Properties properties;
@@ -101,6 +108,99 @@ TEST(Errors, ResponseCarriesTheErrorRecordWithoutStackTrace) {
     Error("soft", 1).writeTo(plain);
     EXPECT_FALSE(NonRecoverableError::isNonRecoverableErrorIn(plain));
     EXPECT_EQ(Error::getMessage(Properties()), "");
+}
+
+// Numeric command fields: every value of the wrong type or outside the range is refused with
+// the field's name and range, and nothing wraps or is cut on its way to a narrower type.
+Properties withField(const std::string& valueText) {
+    return Properties("{\"f\":" + valueText + "}");
+}
+
+TEST(CheckedField, IntegersOutsideTheRangeOrOfAnotherTypeAreRefused) {
+    for (const char* text : {"-1", "0", "2.5", "8193", "4294967297", "18446744073709551615",
+                             "-9223372036854775808", "1e30", "\"12\"", "true", "null", "[1]"}) {
+        EXPECT_EQ(
+            test::errorOf<Error>([&] { CheckedField::integer(withField(text), "f", 1u, 8192u); }),
+            "\"f\" must be an integer in 1..8192")
+            << text;
+    }
+    EXPECT_EQ(CheckedField::integer(withField("8192"), "f", 1u, 8192u), 8192u);
+    EXPECT_EQ(CheckedField::integer(withField("-3"), "f", -5, 5), -3);
+    EXPECT_EQ(CheckedField::integer(Properties(), "f", 1u, 8192u, 128u), 128u);
+    EXPECT_EQ(test::errorOf<Error>([] { CheckedField::integer(Properties(), "f", 1u, 8u); }),
+              "\"f\" must be an integer in 1..8")
+        << "a required field that is missing";
+    const std::uint64_t top = UINT64_MAX;
+    EXPECT_EQ(CheckedField::integer(withField("18446744073709551615"), "f", std::uint64_t(0), top),
+              top);
+}
+
+TEST(CheckedField, ListsTakeOnlyIntegersInTheRange) {
+    for (const char* text : {"[0,4]", "[4294967296]", "[-1]", "[0.5]", "[[0]]", "3", "\"0\""}) {
+        EXPECT_EQ(
+            test::errorOf<Error>([&] { CheckedField::integerList(withField(text), "f", 0u, 3u); }),
+            "\"f\" must be a list of integers in 0..3")
+            << text;
+    }
+    EXPECT_EQ(CheckedField::integerList(withField("[3,0,3]"), "f", 0u, 3u),
+              (std::vector<unsigned int>{3, 0, 3}));
+    EXPECT_TRUE(CheckedField::integerList(withField("[]"), "f", 0u, 3u).empty());
+}
+
+TEST(CheckedField, NumbersOutsideTheRangeOrOfAnotherTypeAreRefused) {
+    for (const char* text : {"-0.5", "3600.5", "1e300", "-1e300", "\"1\"", "false"}) {
+        EXPECT_EQ(test::errorOf<Error>(
+                      [&] { CheckedField::number(withField(text), "f", 0.0, 3600.0, 0.0); }),
+                  "\"f\" must be a number in 0..3600")
+            << text;
+    }
+    EXPECT_EQ(CheckedField::number(withField("7"), "f", 0.0, 3600.0, 0.0), 7.0);
+    EXPECT_EQ(CheckedField::number(withField("0.25"), "f", 0.0, 0.5, 0.0), 0.25);
+    EXPECT_EQ(CheckedField::number(Properties(), "f", 0.0, 1.0, 0.5), 0.5);
+}
+
+TEST(ExitStatus, CodesAccumulateAsBitsAndListTheirMessagesInAscendingOrder) {
+    struct Case {
+        std::vector<Code> codes;
+        int exitCode;
+        const char* message;
+    };
+    const Case cases[] = {
+        {{}, 0, ""},
+        {{ExitStatus::SuccessCode}, 0, ""},
+        {{ExitStatus::ServerErrorCode}, 1, ""},  // an exit code, but no message
+        {{ExitStatus::NonRecoverableErrorCode, ExitStatus::InvalidArgumentCode},
+         34,
+         "Invalid server argument,Non-recoverable server error"},
+        {{ExitStatus::FileErrorCode, ExitStatus::NonRecoverableErrorCode},
+         36,
+         "File error,Non-recoverable server error"},
+        {{ExitStatus::FloatingPointErrorCode}, 16, "Floating point error during last iteration"},
+    };
+    for (const Case& c : cases) {
+        ExitStatus status;
+        for (const Code code : c.codes)
+            status += code;
+        EXPECT_EQ(int(status), c.exitCode) << c.message;
+        EXPECT_EQ(status.hasError(), c.exitCode != 0) << c.message;
+        EXPECT_EQ(status.getMessage(), c.message);
+    }
+}
+
+TEST(ExitStatus, AddingAStatusToItselfChangesNothing) {
+    ExitStatus status(ExitStatus::FileErrorCode);
+    status += ExitStatus::InvalidArgumentCode;
+    status += status;
+    EXPECT_EQ(int(status), 6);
+    EXPECT_EQ(status.getMessage(), "Invalid server argument,File error");
+}
+
+TEST(ExitStatus, CodeOutsideTheTableIsOutOfRange) {
+    for (const int code : {7, -1}) {
+        EXPECT_EQ(test::errorOf<std::out_of_range>([&] { ExitStatus(static_cast<Code>(code)); }),
+                  "invalid bitset<N> position")
+            << code;
+    }
 }
 
 }  // namespace

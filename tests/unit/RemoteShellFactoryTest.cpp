@@ -2,15 +2,21 @@
 
 #include <gtest/gtest.h>
 
-#include "machine/remote/CustomRemoteProcessLauncher.h"
+#include <filesystem>
+
 #include "machine/core/Machine.h"
 #include "machine/core/OptionError.h"
+#include "machine/remote/CustomRemoteProcessLauncher.h"
 #include "machine/remote/PuttyRemoteProcessLauncher.h"
+#include "machine/remote/RemoteProcessLauncher.h"
 #include "machine/remote/RemoteShellProcessLauncher.h"
+#include "neo/Error.h"
 #include "neo/InternalError.h"
 #include "neo/NonRecoverableError.h"
 #include "neo/SingletonCleaner.h"
+#include "platform/StringHelper.h"
 #include "support/Argv.h"
+#include "support/ChildRun.h"
 #include "support/Failure.h"
 
 namespace tolm {
@@ -110,16 +116,13 @@ TEST_F(DefaultRemoteShell, ComesFromTheRshOptionAndABadValueKeepsTheLastGood) {
     RemoteShellFactory& factory = RemoteShellFactory::getSingleton();
     EXPECT_EQ(test::failureOf([&] { factory.getRemoteProcessLauncher(); }),
               "Default remote process launcher has not been set | _default");
-    test::Argv good{"server", "-s", "-rsh", "ssh -p 2222 -o 'User=a b'"};
-    Machine::ArgumentMap consumed;
-    Machine::parseCommonArgvs(good.argc(), good.argv(), consumed);
+    test::parseCommonOptions({"server", "-s", "-rsh", "ssh -p 2222 -o 'User=a b'"});
     EXPECT_EQ(factory.getDefaultRemoteShellCommand(), L"ssh -p 2222 -o 'User=a b'");
     Words words;
     factory.getRemoteProcessLauncher().getCommand(L"h", words);
     EXPECT_EQ(words, (Words{L"ssh", L"-p", L"2222", L"-o", L"User=a b", L"h"}));
 
-    test::Argv bad{"server", "-s", "-rsh", "ssh -o \"x"};
-    EXPECT_THROW(Machine::parseCommonArgvs(bad.argc(), bad.argv(), consumed), OptionError);
+    EXPECT_THROW(test::parseCommonOptions({"server", "-s", "-rsh", "ssh -o \"x"}), OptionError);
     EXPECT_EQ(factory.getRemoteProcessLauncher().getCommand(L"h"), "ssh -p 2222 -o User=a b h");
 }
 
@@ -135,6 +138,47 @@ TEST_F(DefaultRemoteShell, OnlyOneFactoryAtATime) {
     RemoteShellFactory::getSingleton().setDefaultRemoteProcessLauncher(L"rsh");  // not dangling
     EXPECT_EQ(RemoteShellFactory::getSingleton().getRemoteProcessLauncher().getCommand(L"h"),
               "rsh h");
+}
+
+TEST(RemoteProcessLauncher, ShellWordsKeepTheOptionOrderAndAddTheUserOnlyWhenGiven) {
+    auto launcher = RemoteShellFactory::getRemoteProcessLauncher(L"rsh");
+    launcher->addOption(L"-x");
+    launcher->addOption(L"-p", L"22");
+    launcher->addOption(RemoteProcessLauncher::Option{L"-e", L""});
+    Words words{L"left over"};
+    launcher->getCommand(L"node7", L"alice", words);
+    EXPECT_EQ(words, (Words{L"rsh", L"-x", L"-p", L"22", L"-e", L"-l", L"alice", L"node7"}));
+    launcher->getCommand(L"node7", words);
+    EXPECT_EQ(words, (Words{L"rsh", L"-x", L"-p", L"22", L"-e", L"node7"}));
+    EXPECT_EQ(launcher->getCommand(L"node7", L"alice"), "rsh -x -p 22 -e -l alice node7");
+    ASSERT_NE(launcher->findOption(L"-p"), nullptr);
+    EXPECT_EQ(launcher->findOption(L"-p")->value, L"22");
+    EXPECT_EQ(launcher->findOption(L"22"), nullptr);
+}
+
+TEST(RemoteProcessLauncher, VerboseStartPrintsTheCommandAndAMissingShellIsAClearError) {
+    auto launcher = RemoteShellFactory::getRemoteProcessLauncher(L"tolm-no-such-rsh -x");
+    launcher->setVerbose(true);
+    ::testing::internal::CaptureStdout();
+    EXPECT_EQ(
+        test::errorOf<Error>([&] {
+            launcher->spawnProcess(L"node7", L"alice", {L"run", L"a b", L"$HOME;|x", L"tab\there"});
+        }),
+        "Cannot start \"tolm-no-such-rsh\": No such file or directory");
+    EXPECT_EQ(::testing::internal::GetCapturedStdout(),
+              "tolm-no-such-rsh -x -l alice node7 run \"a b\" $HOME;|x \"tab\there\"\n");
+}
+
+TEST(RemoteProcessLauncher, AHostNameThatTheShellWouldReadAsAnOptionIsRefused) {
+    auto launcher = RemoteShellFactory::getRemoteProcessLauncher(L"ssh");
+    const std::string marker = test::makeTemporaryDirectory() + "/ran";
+    const std::wstring host = L"-oProxyCommand=touch " + StringHelper::decode(marker);
+    EXPECT_EQ(test::errorOf<Error>([&] { launcher->spawnProcess(host, {L"true"}); }),
+              "Host name \"-oProxyCommand=touch " + marker +
+                  "\" refused: a host name must not be empty or begin with \"-\"");
+    EXPECT_FALSE(std::filesystem::exists(marker));
+    EXPECT_EQ(test::errorOf<Error>([&] { launcher->getCommand(L""); }),
+              "Host name \"\" refused: a host name must not be empty or begin with \"-\"");
 }
 
 }  // namespace
