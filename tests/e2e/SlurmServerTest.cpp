@@ -159,6 +159,10 @@ Arguments inAllocation(const test::Launcher& launcher) {
     return command;
 }
 
+void PrintTo(const SlurmStart& start, std::ostream* out) {
+    *out << start.name;
+}
+
 class SlurmStarts : public Slurm, public testing::WithParamInterface<SlurmStart> {};
 
 TEST_P(SlurmStarts, FourRanksFormOneJob) {
