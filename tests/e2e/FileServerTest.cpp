@@ -1,6 +1,6 @@
 // The file commands through tolm-server under both MPIs' launchers: fields written and read
-// back in file order, bad files reported in the system's own
-// words, a full disk that leaves no file behind.
+// back in file order, bad files reported in the system's own words, a full disk that leaves no
+// file behind.
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <unistd.h>
