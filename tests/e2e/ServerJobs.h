@@ -61,6 +61,7 @@ struct ReportedBinding {
 };
 // The process lines of the binding report on `out`, by rank.
 std::map<unsigned, ReportedBinding> reportedBindings(const std::string& out);
+// How often `part` occurs in `text` (a message printed once, not by every rank).
 std::size_t occurrences(const std::string& text, const std::string& part);
 
 }  // namespace tolm::test
