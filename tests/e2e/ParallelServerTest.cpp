@@ -124,8 +124,8 @@ class ServerJob : public testing::TestWithParam<Job> {};
 
 // Two ranks on a host hwloc describes as one core: left unbound, with one warning. Two ranks
 // started by taskset on one LPU: the host offers the LPUs its topology allows, so they are
-// bound apart, and the report says that the launcher had pinned them. The report over several
-// hosts is MultiHostServerTest's.
+// bound (apart: the host map's test under taskset), and the report says that the launcher had
+// pinned them. The report over several hosts is MultiHostServerTest's.
 TEST_P(ServerJob, TheBindingReportSaysWhatTheLauncherAndTheHostAllowed) {
     const std::string oversubscribed =
         " runs 2 processes on 1 available physical core: the processes are not bound to LPUs\n";
@@ -152,10 +152,9 @@ TEST_P(ServerJob, TheBindingReportSaysWhatTheLauncherAndTheHostAllowed) {
         SCOPED_TRACE(topology ? topology : launchedBy.front());
         if (bound && std::stoi(test::runChild({"nproc"}).out) < 2)  // this process's processors
             GTEST_SKIP() << "needs two processors for the two processes";
-        if (topology) {
+        if (topology)
             ::setenv("HWLOC_XMLFILE", topology, 1);
-            ::setenv("HWLOC_THISSYSTEM", "1", 1);
-        }
+        ::setenv("HWLOC_THISSYSTEM", "1", 1);  // as this machine's topology already is
         Job job = GetParam();
         job.ranks = 2;
         std::vector<std::string> command = test::jobCommand(job, {"-cpubindverbose"});
@@ -168,7 +167,6 @@ TEST_P(ServerJob, TheBindingReportSaysWhatTheLauncherAndTheHostAllowed) {
         ASSERT_EQ(lines.size(), 2u) << result.out;
         for (const auto& [rank, line] : lines)
             EXPECT_EQ(line.binding.starts_with("bound to LPU "), bound) << result.out;
-        EXPECT_TRUE(!bound || lines.at(0).binding != lines.at(1).binding) << result.out;
         EXPECT_EQ(test::occurrences(result.out, out), 1u) << result.out;
         EXPECT_EQ(
             test::occurrences(result.err, "Warning: Host " + lines.at(0).host + oversubscribed),
