@@ -1,16 +1,13 @@
-// The file commands and the slaves' log files through tolm-server under both MPIs' launchers:
-// fields written in pieces and read back in file order, bad files reported in the system's own
-// words, a full disk that leaves no file behind, a state file only the master can see.
+// The file commands through tolm-server under both MPIs' launchers: fields written and read
+// back in file order, bad files reported in the system's own words, a full disk that leaves no
+// file behind.
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <map>
 
 #include "ServerJobs.h"
 
@@ -20,47 +17,19 @@ namespace {
 using test::Job;
 using test::responses;
 
-std::string readFile(const std::string& path) {
-    std::ifstream in(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
-// A tmpfs of 1 MiB mounted at `dir` for the test's duration; needs root.
-class SmallFileSystem {
-  public:
-    SmallFileSystem(const std::string& dir, unsigned long flags) : _dir(dir) {
-        _mounted = ::mount("tmpfs", dir.c_str(), "tmpfs", flags, "size=1m") == 0;
-        _reason = _mounted ? "" : std::strerror(errno);
-    }
-    ~SmallFileSystem() {
-        if (_mounted)
-            ::umount2(_dir.c_str(), MNT_DETACH);
-    }
-    SmallFileSystem(const SmallFileSystem&) = delete;
-    SmallFileSystem& operator=(const SmallFileSystem&) = delete;
-    bool mounted() const { return _mounted; }
-    const std::string& reason() const { return _reason; }
-
-  private:
-    std::string _dir;
-    bool _mounted = false;
-    std::string _reason;
-};
-
 class FileServer : public testing::TestWithParam<Job> {
   protected:
     void SetUp() override { _dir = test::makeTemporaryDirectory(); }
     void TearDown() override {
-        ::unsetenv("TOLM_MPI_MAX_BUFFER_SIZE");
+        ::umount2(_dir.c_str(), MNT_DETACH);  // the full-disk case's file system
         std::filesystem::remove_all(_dir);
     }
     bool openMpi() const { return std::string(GetParam().distribution) == "Open MPI"; }
-    test::ChildResult run(const std::string& batch, const std::vector<std::string>& arguments = {},
-                          int ranks = 0) const {
+    test::ChildResult run(const std::string& batch, int ranks = 0) const {
         Job job = GetParam();
         if (ranks)
             job.ranks = ranks;
-        return test::runJob(job, arguments, batch);
+        return test::runJob(job, {}, batch);
     }
 
     std::string _dir;
@@ -74,8 +43,8 @@ std::string fieldCommand(const char* command, const std::string& path, int perRa
     return text + "}\n";
 }
 
-TEST_P(FileServer, AFieldWrittenInPiecesReadsBackInFileOrderOnAnyJobSize) {
-    ::setenv("TOLM_MPI_MAX_BUFFER_SIZE", "4096", 1);  // 512 values a piece
+// Its transfers in pieces are ParallelFileTest's.
+TEST_P(FileServer, AFieldWrittenReadsBackInFileOrderOnAnyJobSize) {
     const std::string field = _dir + "/field.bin";
     const auto written =
         run(fieldCommand("WriteField", field, 10000) + fieldCommand("ReadField", field));
@@ -89,26 +58,30 @@ TEST_P(FileServer, AFieldWrittenInPiecesReadsBackInFileOrderOnAnyJobSize) {
     std::vector<double> expected(40000);
     for (std::size_t i = 0; i < expected.size(); ++i)
         expected[i] = double(i) * 0.5 + 0.25;
-    EXPECT_TRUE(readFile(field) == std::string(reinterpret_cast<const char*>(expected.data()),
-                                               expected.size() * sizeof(double)))
+    EXPECT_TRUE(test::readTextFile(field) ==
+                std::string(reinterpret_cast<const char*>(expected.data()),
+                            expected.size() * sizeof(double)))
         << "the field's values in file order";
-    const auto readByThree = run(fieldCommand("ReadField", field), {}, 3);  // uneven shares
+    const auto readByThree = run(fieldCommand("ReadField", field), 3);  // uneven shares
     ASSERT_EQ(readByThree.exitCode, 0) << readByThree.out << readByThree.err;
     EXPECT_EQ(responses(readByThree.out).at(0).get<std::uint64_t>("values"), 40000u);
 }
 
+// And a state file that is one, read by the master and handed to every process.
 TEST_P(FileServer, BadFilesAreReportedInTheSystemsOwnWords) {
     const std::string missing = _dir + "/missing.bin";
     const std::string nowhere = "/nonexistent-dir/field.bin";
     const std::string notState = _dir + "/not-state.txt";
     const std::string noValue = _dir + "/no-value.txt";
+    const std::string state = _dir + "/state.txt";
     test::writeTextFile(notState, "TolmState 2\n");
     test::writeTextFile(noValue, "TolmState 1\ntime 0.5\nname\n");
+    test::writeTextFile(state, "TolmState 1\niteration 42\nname cavity\n");
     const auto result =
         run(fieldCommand("ReadField", missing) + fieldCommand("WriteField", nowhere, 4) +
             fieldCommand("RestoreState", missing) + fieldCommand("RestoreState", notState) +
             fieldCommand("RestoreState", noValue) + fieldCommand("ReadField", "/dev/zero") +
-            fieldCommand("RestoreState", "/dev/zero") + fieldCommand("ReadField", _dir));
+            fieldCommand("RestoreState", "/dev/zero") + fieldCommand("RestoreState", state));
     EXPECT_EQ(result.exitCode, 1) << result.err;
     const auto answers = responses(result.out);
     ASSERT_EQ(answers.size(), 8u) << result.out;
@@ -129,19 +102,17 @@ TEST_P(FileServer, BadFilesAreReportedInTheSystemsOwnWords) {
               notState + " is not a state file: it does not begin with \"TolmState 1\"");
     EXPECT_EQ(answers[4].get<std::string>("message"),
               "The state file " + noValue + " ends without a value for \"name\"");
-    for (const auto& [answer, path] : {std::pair{5, "/dev/zero"}, std::pair{6, "/dev/zero"},
-                                       std::pair{7, _dir.c_str()}}) {
-        EXPECT_EQ(answers[answer].toString(),
-                  R"({"error":"Error","message":")" + std::string(path) +
-                      R"( is not a regular file","severity":1})")
-            << "an error and no size beside it";
-    }
+    const std::string notRegular =
+        R"({"error":"Error","message":"/dev/zero is not a regular file","severity":1})";
+    for (const int answer : {5, 6})
+        EXPECT_EQ(answers[answer].toString(), notRegular) << "an error and no size beside it";
+    EXPECT_EQ(answers[7].getChild("entries"), Properties(R"({"iteration":"42","name":"cavity"})"));
+    EXPECT_TRUE(answers[7].get<bool>("ranksAgree"));
 }
 
 TEST_P(FileServer, AFullDiskKeepsThePreviousFileAndMakesNoClaimOfANewOne) {
-    const SmallFileSystem small(_dir, 0);
-    if (!small.mounted())
-        GTEST_SKIP() << "cannot mount a 1 MiB tmpfs here: " << small.reason();
+    if (::mount("tmpfs", _dir.c_str(), "tmpfs", 0, "size=1m") != 0)  // needs root
+        GTEST_SKIP() << "cannot mount a 1 MiB tmpfs here: " << std::strerror(errno);
     const std::string field = _dir + "/field.bin";
     const auto result = run(fieldCommand("WriteField", field, 4) +
                             fieldCommand("WriteField", field, 100000));  // 3.2 MB on 1 MiB
@@ -169,63 +140,7 @@ TEST_P(FileServer, AFullDiskKeepsThePreviousFileAndMakesNoClaimOfANewOne) {
     }
 }
 
-// The master's working directory holds the state file; the slaves' is empty.
-TEST_P(FileServer, AStateFileOnlyTheMasterSeesReachesEveryProcess) {
-    const std::string masterDir = _dir + "/master", slaveDir = _dir + "/slaves";
-    std::filesystem::create_directories(masterDir);
-    std::filesystem::create_directories(slaveDir);
-    test::writeTextFile(masterDir + "/state.txt", "TolmState 1\niteration 42\nname cavity\n");
-    const Job& job = GetParam();
-    std::vector<std::string> command = test::jobCommand(job, {});
-    const auto program = std::find(command.begin(), command.end(), "-n");
-    const std::vector<std::string> launcher(command.begin(), program);
-    const std::vector<std::string> server(program + 2, command.end());
-    command = launcher;
-    for (const auto& [ranks, dir] : {std::pair{1, masterDir}, std::pair{job.ranks - 1, slaveDir}}) {
-        if (command.size() > launcher.size())
-            command.push_back(":");
-        command.insert(command.end(), {"-n", std::to_string(ranks), "-wdir", dir});
-        command.insert(command.end(), server.begin(), server.end());
-    }
-    const auto result = test::runChild(command, fieldCommand("RestoreState", "state.txt"), 60);
-    ASSERT_EQ(result.exitCode, 0) << result.out << result.err;
-    const auto answer = responses(result.out).at(0);
-    EXPECT_EQ(answer.getChild("entries"), Properties(R"({"iteration":"42","name":"cavity"})"));
-    EXPECT_TRUE(answer.get<bool>("ranksAgree"));
-}
-
-TEST_P(FileServer, SlaveLogsKeepASlavesLastErrorAndTheConsoleSaysWhere) {
-    const std::string logs = _dir + "/logs";
-    const auto result =
-        run("{\"command\":\"MachineInfo\"}\n"
-            "{\"command\":\"Fail\",\"ranks\":[2],\"nonRecoverable\":true}\n",
-            {"-slavelogs", logs});
-    EXPECT_EQ(result.exitCode, 32) << result.err;
-    const auto pids = responses(result.out).at(0).get<std::vector<int>>("pids");
-    ASSERT_EQ(pids.size(), 4u);
-    const std::string stem = logs + "/tolm-server" + std::to_string(pids[2]);
-    const std::string log = readFile(stem + "-stderr.txt");
-    EXPECT_TRUE(log.starts_with("Error: Command failed on rank 2\n")) << log;  // then its stack
-    EXPECT_EQ(result.err.find("Command failed on rank 2"), std::string::npos)
-        << "the slave's console is its log";
-}
-
 INSTANTIATE_TEST_SUITE_P(BothMpis, FileServer, test::bothMpis(4, 4), test::caseName);
-
-TEST(SerialFileServer, FieldsNeedMpiWhileStateFilesRestoreAlone) {
-    const std::string dir = test::makeTemporaryDirectory();
-    test::writeTextFile(dir + "/state.txt", "TolmState 1\ntime 0.5\n");
-    const auto result = test::runChild({TOLM_SERVER_PATH, "-s"},
-                                       fieldCommand("WriteField", dir + "/field.bin", 4) +
-                                           fieldCommand("RestoreState", dir + "/state.txt"));
-    std::filesystem::remove_all(dir);
-    const auto answers = responses(result.out);
-    ASSERT_EQ(answers.size(), 2u) << result.out << result.err;
-    EXPECT_EQ(answers[0].get<std::string>("message"),
-              "WriteField needs MPI: start the server under mpiexec, without -s");
-    EXPECT_EQ(answers[1].getChild("entries"), Properties(R"({"time":"0.5"})"));
-    EXPECT_TRUE(answers[1].get<bool>("ranksAgree"));
-}
 
 }  // namespace
 }  // namespace tolm

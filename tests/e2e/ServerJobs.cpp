@@ -1,8 +1,9 @@
 #include "ServerJobs.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <fstream>
+#include <regex>
 #include <sstream>
 
 #include "platform/StringHelper.h"
@@ -38,6 +39,21 @@ ChildResult runJob(const Job& job, const std::vector<std::string>& serverArgumen
     return runChild(jobCommand(job, serverArguments), input, 60);
 }
 
+ChildResult runOnSimulatedHosts(Job job, int ranks,
+                                const std::vector<std::string>& serverArguments) {
+    job.ranks = ranks;
+    std::vector<std::string> command = jobCommand(job, serverArguments);
+    command.insert(std::find(command.begin(), command.end(), TOLM_SERVER_PATH),
+                   {TOLM_SIMULATED_HOSTS_SCRIPT, "--as-rank"});
+    command.insert(command.begin(), TOLM_SIMULATED_HOSTS_SCRIPT);
+    return runChild(command, "", 60);
+}
+
+bool unshareAllowed() {
+    static const bool allowed = runChild({"unshare", "--uts", "true"}).exitCode == 0;
+    return allowed;
+}
+
 std::vector<Properties> responses(const std::string& out) {
     std::vector<Properties> parsed;
     std::istringstream lines(out);
@@ -46,6 +62,22 @@ std::vector<Properties> responses(const std::string& out) {
             parsed.emplace_back(line);
     }
     return parsed;
+}
+
+std::map<unsigned, ReportedBinding> reportedBindings(const std::string& out) {
+    static const std::regex line(R"((^|\n)\[([^:\]]+):\d+\] rank (\d+) )"
+                                 R"((bound to LPU \d+|not bound, runs on LPUs? [0-9,-]+): )");
+    std::map<unsigned, ReportedBinding> bindings;
+    for (std::sregex_iterator match(out.begin(), out.end(), line), end; match != end; ++match)
+        bindings[std::stoul((*match)[3])] = {(*match)[2], (*match)[4]};
+    return bindings;
+}
+
+std::size_t occurrences(const std::string& text, const std::string& part) {
+    std::size_t count = 0;
+    for (auto at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
 }
 
 }  // namespace tolm::test

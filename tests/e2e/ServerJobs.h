@@ -45,7 +45,23 @@ std::vector<std::string> jobCommand(const Job& job,
                                     const std::vector<std::string>& serverArguments);
 ChildResult runJob(const Job& job, const std::vector<std::string>& serverArguments,
                    const std::string& input = "");
+// The job with `ranks` ranks, each in a UTS namespace of its own named by simulated-hosts.sh:
+// ranks 0, 2 on hostA and 1, 3 on hostB, and no other job's server on their hosts.
+ChildResult runOnSimulatedHosts(Job job, int ranks,
+                                const std::vector<std::string>& serverArguments);
+// Whether this process may make UTS namespaces, as simulated hosts need.
+bool unshareAllowed();
 // The JSON lines of the server's standard output.
 std::vector<Properties> responses(const std::string& out);
+// A process line of the binding report: its host, and "bound to LPU <n>" or "not bound, runs
+// on LPUs <list>".
+struct ReportedBinding {
+    std::string host;
+    std::string binding;
+};
+// The process lines of the binding report on `out`, by rank.
+std::map<unsigned, ReportedBinding> reportedBindings(const std::string& out);
+// How often `part` occurs in `text` (a message printed once, not by every rank).
+std::size_t occurrences(const std::string& text, const std::string& part);
 
 }  // namespace tolm::test

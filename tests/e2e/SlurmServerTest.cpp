@@ -1,23 +1,22 @@
 // The server as a cluster's users run it, through the private Slurm cluster of
 // slurm-cluster.sh: srun's direct launch under each MPI's process-management plugin, mpirun
-// inside an allocation, batch jobs, the binding within the CPUs Slurm gives the tasks, a
-// failing rank's exit code as Slurm records it, and scancel.
+// inside an allocation, batch jobs, a binding left to Slurm, a failing rank's exit code as
+// Slurm records it, and scancel.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <fstream>
+#include <map>
 #include <regex>
 #include <set>
-#include <sstream>
 #include <thread>
 
 #include "ServerJobs.h"
-#include "support/ChildRun.h"
 #include "platform/StringHelper.h"
+#include "support/ChildRun.h"
 
 namespace tolm {
 namespace {
@@ -30,10 +29,6 @@ struct DirectLaunch {
     const char* driver;
     const char* plugin;
 };
-
-void PrintTo(const DirectLaunch& launch, std::ostream* out) {
-    *out << launch.driver << " through --mpi=" << launch.plugin;
-}
 
 const DirectLaunch openMpiDirect{"openmpi4", "pmix"};
 const DirectLaunch mpichDirect{"mpich2", "pmi2"};
@@ -66,8 +61,6 @@ bool running(unsigned pid) {
     return stat >> ignored >> ignored >> state && state != "Z";
 }
 
-const std::string hostMap = "{\"command\":\"HostMap\"}\n";
-
 class Slurm : public testing::Test {
   protected:
     void SetUp() override {
@@ -92,19 +85,16 @@ class Slurm : public testing::Test {
             std::filesystem::remove_all(_dir);
     }
 
-    unsigned cpus() const { return static_cast<unsigned>(std::stoul(_state.at("cpus"))); }
-
-    // Submits a batch script that runs `step` with `input` on its standard input; the job's
+    // Submits a batch job that runs `step` with `input` on its standard input; the job's
     // output goes to job-<id>.out in the test's directory. The job's id is in `out`.
     test::ChildResult submit(const Arguments& step, const std::string& input) {
         test::writeTextFile(_dir + "/input.jsonl", input);
-        std::string script = "#!/bin/sh\n#SBATCH --ntasks=4\n#SBATCH --overcommit\n";
+        std::string command;
         for (const auto& word : step)
-            script += word + " ";
-        script += "< " + _dir + "/input.jsonl\n";
-        test::writeTextFile(_dir + "/job.sh", script);
-        auto submitted = test::runChild(
-            {"sbatch", "--parsable", "--output=" + _dir + "/job-%j.out", _dir + "/job.sh"});
+            command += word + " ";
+        auto submitted = test::runChild({"sbatch", "--parsable", "--ntasks=4", "--overcommit",
+                                         "--output=" + _dir + "/job-%j.out", "--wrap",
+                                         command + "< " + _dir + "/input.jsonl"});
         submitted.out = submitted.out.substr(0, submitted.out.find('\n'));
         return submitted;
     }
@@ -136,18 +126,13 @@ class Slurm : public testing::Test {
         return record;
     }
 
-    // The server processes of job `id`, as the node's process tracking knows them.
-    static std::vector<unsigned> serverPids(const std::string& id) {
-        const auto listed = test::runChild({"scontrol", "listpids", id});
+    // The server processes of job `id`, from the "-printpids" lines of its output.
+    std::vector<unsigned> serverPids(const std::string& id) const {
+        static const std::regex line(R"(Rank \d+: process (\d+))");
+        const std::string output = jobOutput(id);
         std::vector<unsigned> pids;
-        std::istringstream lines(listed.out);
-        std::string line;
-        std::getline(lines, line);  // the heading
-        for (unsigned pid; lines >> pid && std::getline(lines, line);) {
-            const std::string name = test::readTextFile("/proc/" + std::to_string(pid) + "/comm");
-            if (name == "tolm-server\n")
-                pids.push_back(pid);
-        }
+        for (std::sregex_iterator at(output.begin(), output.end(), line), end; at != end; ++at)
+            pids.push_back(std::stoul((*at)[1]));
         return pids;
     }
 
@@ -155,13 +140,33 @@ class Slurm : public testing::Test {
     std::string _dir;
 };
 
-class SlurmDirectLaunch : public Slurm, public testing::WithParamInterface<DirectLaunch> {};
+// A job of four ranks as Slurm starts it: srun's direct launch (--overcommit: four ranks on a
+// job of one CPU, whatever the node has), whose binding the report names; and the MPI's
+// launcher inside an allocation, given no rank count, one rank for each task. Either way the
+// server picks the launcher's driver ("-mpi auto").
+struct SlurmStart {
+    const char* name;
+    Arguments command;
+    bool pinnedBySlurm;
+};
 
-// --overcommit: four ranks on a job of one CPU, whatever the node has.
-TEST_P(SlurmDirectLaunch, FourRanksFormOneJobOnTheCpuSlurmGaveIt) {
-    const auto result = test::runChild(
-        srun(GetParam(), {"--ntasks=4", "--overcommit"}, {"-cpubindverbose"}), hostMap, 90);
-    std::printf("%s%s", result.out.c_str(), result.err.c_str());
+// `launcher` inside an allocation of four tasks.
+Arguments inAllocation(const test::Launcher& launcher) {
+    Arguments command{"salloc", "--ntasks=4", "--overcommit"};
+    for (const auto& word : StringHelper::split(launcher.command, ' '))
+        command.push_back(word);
+    command.insert(command.end(), {TOLM_SERVER_PATH, "-mpi", "auto"});
+    return command;
+}
+
+void PrintTo(const SlurmStart& start, std::ostream* out) {
+    *out << start.name;
+}
+
+class SlurmStarts : public Slurm, public testing::WithParamInterface<SlurmStart> {};
+
+TEST_P(SlurmStarts, FourRanksFormOneJob) {
+    const auto result = test::runChild(GetParam().command, "{\"command\":\"HostMap\"}\n", 90);
     EXPECT_EQ(result.exitCode, 0) << result.err;
     const auto answers = test::responses(result.out);
     ASSERT_EQ(answers.size(), 1u) << result.out << result.err;
@@ -169,108 +174,75 @@ TEST_P(SlurmDirectLaunch, FourRanksFormOneJobOnTheCpuSlurmGaveIt) {
     ASSERT_EQ(hosts.size(), 1u) << answers[0].toString();
     EXPECT_EQ(hosts[0].at("ranks"), (std::vector<unsigned>{0, 1, 2, 3}))
         << "one job, not four single processes";
-    EXPECT_NE(result.out.find("The launcher had pinned every rank before start-up"),
-              std::string::npos)
-        << "the binding report names Slurm's binding: " << result.out;
+    if (GetParam().pinnedBySlurm) {
+        EXPECT_NE(result.out.find("The launcher had pinned every rank before start-up"),
+                  std::string::npos)
+            << "the binding report names Slurm's binding: " << result.out;
+    }
 }
 
-INSTANTIATE_TEST_SUITE_P(BothMpis, SlurmDirectLaunch, testing::Values(openMpiDirect, mpichDirect),
-                         [](const testing::TestParamInfo<DirectLaunch>& info) {
-                             return std::string(info.param.driver);
-                         });
+const Arguments fourTasks{"--ntasks=4", "--overcommit"};
 
-// The LPU of each rank in the binding report, and whether the report calls it bound.
-std::map<unsigned, std::string> reportedLpus(const std::string& out) {
-    static const std::regex line(R"(\] rank (\d+) (bound to LPU \d+|not bound[^:]*):)");
-    std::map<unsigned, std::string> lpus;
-    for (std::sregex_iterator match(out.begin(), out.end(), line), end; match != end; ++match)
-        lpus[std::stoul((*match)[1])] = (*match)[2];
-    return lpus;
-}
+INSTANTIATE_TEST_SUITE_P(
+    BothMpis, SlurmStarts,
+    testing::Values(
+        SlurmStart{"srun_openmpi4", srun(openMpiDirect, fourTasks, {"-cpubindverbose"}), true},
+        SlurmStart{"srun_mpich2", srun(mpichDirect, fourTasks, {"-cpubindverbose"}), true},
+        SlurmStart{"salloc_openmpi4", inAllocation(test::openMpi), false},
+        SlurmStart{"salloc_mpich2", inAllocation(test::mpich), false}),
+    [](const testing::TestParamInfo<SlurmStart>& info) { return std::string(info.param.name); });
 
-TEST_F(Slurm, TheBindingStaysWithinTheCpusOfEachTask) {
-    if (cpus() < 2)
+// The machine leaves the binding to Slurm: the report shows Slurm's. (Binding over the CPUs a
+// task may use is the host map's rule, tested under taskset in tests/mpi/hostmap.)
+TEST_F(Slurm, WithBindingDisabledTheReportShowsSlurmsBinding) {
+    if (std::stoul(_state.at("cpus")) < 2)
         GTEST_SKIP() << "the node has one CPU";
-    const std::string last = std::to_string(cpus() - 1);
-    // Slurm gives the one task every CPU and binds it to the last: the machine binds over the
-    // LPUs the task may use (its allowed set), and its report says that Slurm had pinned it.
-    auto result = test::runChild(srun(openMpiDirect,
-                                      {"--ntasks=1", "--cpus-per-task=" + std::to_string(cpus()),
-                                       "--cpu-bind=map_cpu:" + last},
-                                      {"-cpubindverbose"}),
-                                 "", 60);
-    std::printf("%s", result.out.c_str());
-    EXPECT_EQ(result.exitCode, 0) << result.err;
-    EXPECT_NE(result.out.find("The launcher had pinned every rank before start-up"),
-              std::string::npos)
-        << result.out;
-
-    // The machine leaves the binding to Slurm: the report shows Slurm's.
-    result = test::runChild(srun(openMpiDirect, {"--ntasks=2", "--cpu-bind=map_cpu:1,0"},
-                                 {"-cpubind", "disable", "-cpubindverbose"}),
-                            "", 60);
-    std::printf("%s", result.out.c_str());
+    const auto result = test::runChild(srun(openMpiDirect, {"--ntasks=2", "--cpu-bind=map_cpu:1,0"},
+                                            {"-cpubind", "disable", "-cpubindverbose"}),
+                                       "", 60);
     EXPECT_EQ(result.exitCode, 0) << result.err;
     EXPECT_NE(result.out.find("Process binding (policy disable): 2 processes on 1 host"),
               std::string::npos)
         << result.out;
-    EXPECT_EQ(reportedLpus(result.out),
-              (std::map<unsigned, std::string>{{0, "bound to LPU 1"}, {1, "bound to LPU 0"}}))
-        << result.out;
+    const auto lines = test::reportedBindings(result.out);
+    ASSERT_EQ(lines.size(), 2u) << result.out;
+    EXPECT_EQ(lines.at(0).binding, "bound to LPU 1");
+    EXPECT_EQ(lines.at(1).binding, "bound to LPU 0");
 }
 
-class SlurmAllocation : public Slurm, public testing::WithParamInterface<test::Job> {};
-
-// The launcher, given no rank count, starts one rank for each task of the allocation, and the
-// server picks the launcher's driver ("-mpi auto").
-TEST_P(SlurmAllocation, MpirunStartsOneRankPerTask) {
-    Arguments command{"salloc", "--ntasks=4", "--overcommit"};
-    for (const auto& word : StringHelper::split(GetParam().launcher.command, ' '))
-        command.push_back(word);
-    command.insert(command.end(), {TOLM_SERVER_PATH, "-mpi", "auto"});
-    const auto result = test::runChild(command, hostMap, 90);
-    EXPECT_EQ(result.exitCode, 0) << result.err;
-    const auto answers = test::responses(result.out);
-    ASSERT_EQ(answers.size(), 1u) << result.out << result.err;
-    EXPECT_EQ(answers[0].value().at("hosts")[0].at("ranks"), (std::vector<unsigned>{0, 1, 2, 3}))
-        << answers[0].toString();
-}
-
-INSTANTIATE_TEST_SUITE_P(BothMpis, SlurmAllocation, test::bothMpis(4, 4),
-                         [](const testing::TestParamInfo<test::Job>& info) {
-                             return std::string(info.param.driver);
-                         });
-
-TEST_F(Slurm, ABatchJobLeavesTheDemoBatchsResponsesInItsOutput) {
+// The demo batch answered in the job's output; a rank's non-recoverable error recorded with its
+// code, which reaches Slurm through PMIx (Slurm's PMI-2 plugin kills the step on an abort and
+// keeps no code).
+TEST_F(Slurm, ABatchJobEndsAsItsServerDid) {
     const std::string demo = test::readTextFile(TOLM_DEMO_BATCH);
-    const auto submitted = submit(srun(openMpiDirect, {}, {}), demo);
-    ASSERT_EQ(submitted.exitCode, 0) << submitted.err;
-    auto record = endedJob(submitted.out);
-    EXPECT_EQ(record["JobState"], "COMPLETED");
-    EXPECT_EQ(record["ExitCode"], "0:0");
-    const std::string output = jobOutput(submitted.out);
-    std::printf("%s", output.c_str());
-    const auto answers = test::responses(output);
-    ASSERT_EQ(answers.size(), test::responses(demo).size()) << output;
-    EXPECT_EQ(answers[1].get<std::string>("message"), "hello from the demo job");
-}
-
-// The rank's MPI_Abort code reaches Slurm through PMIx (Slurm's PMI-2 plugin kills the step
-// on an abort and keeps no code).
-TEST_F(Slurm, ANonRecoverableErrorOnOneRankEndsTheJobWith32) {
-    const auto submitted = submit(srun(openMpiDirect, {}, {}),
-                                  "{\"command\":\"Fail\",\"ranks\":[2],\"nonRecoverable\":true}\n");
-    ASSERT_EQ(submitted.exitCode, 0) << submitted.err;
-    auto record = endedJob(submitted.out);
-    EXPECT_EQ(record["JobState"], "FAILED");
-    EXPECT_EQ(record["ExitCode"], "32:0");
-    EXPECT_NE(jobOutput(submitted.out).find("Error: Command failed on rank 2\n"), std::string::npos)
-        << jobOutput(submitted.out);
+    const struct {
+        std::string input;
+        const char* state;
+        const char* exitCode;
+        std::size_t answers;
+        const char* output;
+    } cases[] = {
+        {demo, "COMPLETED", "0:0", test::responses(demo).size(),
+         R"("message":"hello from the demo job")"},
+        {R"({"command":"Fail","ranks":[2],"nonRecoverable":true})"
+         "\n",
+         "FAILED", "32:0", 0, "Error: Command failed on rank 2\n"},
+    };
+    for (const auto& [input, state, exitCode, answers, output] : cases) {
+        const auto submitted = submit(srun(openMpiDirect, {}, {}), input);
+        ASSERT_EQ(submitted.exitCode, 0) << submitted.err;
+        auto record = endedJob(submitted.out);
+        EXPECT_EQ(record["JobState"], state);
+        EXPECT_EQ(record["ExitCode"], exitCode);
+        const std::string written = jobOutput(submitted.out);
+        EXPECT_EQ(test::responses(written).size(), answers) << written;
+        EXPECT_NE(written.find(output), std::string::npos) << written;
+    }
 }
 
 TEST_F(Slurm, ScancelEndsEveryProcessOfTheJob) {
-    const auto submitted =
-        submit(srun(openMpiDirect, {}, {}), "{\"command\":\"Sleep\",\"seconds\":300}\n");
+    const auto submitted = submit(srun(openMpiDirect, {}, {"-printpids"}),
+                                  "{\"command\":\"Sleep\",\"seconds\":300}\n");
     ASSERT_EQ(submitted.exitCode, 0) << submitted.err;
     const std::string id = submitted.out;
     std::vector<unsigned> pids;

@@ -1,12 +1,13 @@
 // A long run of the server: 10,000 commands, failing and succeeding mixed, with parallel file
-// writes and reads among them, through a 4-rank job under both MPIs. Every command must get exactly one answer, in order; the job must end in
-// bounded time with the server-error code; no rank's resident memory may grow with the number
-// of commands.
+// writes and reads among them, through a 4-rank job under both MPIs. Every command must get exactly
+// one answer, in order; the job must end in bounded time with the server-error code; no rank's
+// resident memory may grow with the number of commands.
 #include <gtest/gtest.h>
 
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -32,34 +33,37 @@ constexpr int warmUp = 500;
 // per command (less than one answer record), or 280 bytes per failing command, exceeds it.
 constexpr std::int64_t residentGrowthBound = 1 << 20;
 
-// One command of the batch and what its answer must say.
+// One command of the batch and what its answer must hold: the error `message` and "Rank" (-1
+// for none) of a failure, or on success (empty message) `field` with `value`, if any.
 struct Step {
-    enum Kind { echo, failure, quietFailure, memory, file } kind;
-    int lowestFailingRank = -1;
     std::string line;
+    std::string message{};
+    int rank = -1;
+    const char* field = nullptr;
+    int value = 0;
 };
 
-// Which ranks fail: their lowest is the one reported.
+// Which ranks fail: their lowest is the one reported, with a "Rank" unless it is the master.
 const std::vector<std::pair<const char*, int>> failingRanks{
     {"[2,1]", 1}, {"[3]", 3}, {"[0,3]", 0}, {"[1,2,3]", 1}, {"[3,2]", 2}};
 
 Step stepAt(int index, const std::string& field) {
     if (index % memoryEvery == 0)
-        return {Step::memory, -1, "{\"command\":\"MemoryUsage\"}"};
+        return {"{\"command\":\"MemoryUsage\"}"};
     if (index % fileEvery == 11 || index % fileEvery == 13) {  // places of echoes
         const char* command = index % fileEvery == 11 ? "WriteField" : "ReadField";
-        return {Step::file, -1,
-                std::string("{\"command\":\"") + command + "\",\"filename\":\"" + field +
-                    "\",\"valuesPerRank\":" + std::to_string(valuesPerRank) + "}"};
+        return {std::string("{\"command\":\"") + command + "\",\"filename\":\"" + field +
+                    "\",\"valuesPerRank\":" + std::to_string(valuesPerRank) + "}",
+                "", -1, "values", valuesPerRank * ranks};
     }
     if (index % 5 == 2) {
         const auto& [list, lowest] = failingRanks[(index / 5) % failingRanks.size()];
-        return {Step::failure, lowest,
-                std::string("{\"command\":\"Fail\",\"ranks\":") + list + "}"};
+        return {std::string("{\"command\":\"Fail\",\"ranks\":") + list + "}",
+                "Command failed on rank " + std::to_string(lowest), lowest == 0 ? -1 : lowest};
     }
     if (index % 5 == 4)  // chooses no rank: succeeds everywhere
-        return {Step::quietFailure, -1, "{\"command\":\"Fail\",\"ranks\":[]}"};
-    return {Step::echo, -1, "{\"command\":\"Echo\",\"seq\":" + std::to_string(index) + "}"};
+        return {"{\"command\":\"Fail\",\"ranks\":[]}"};
+    return {"{\"command\":\"Echo\",\"seq\":" + std::to_string(index) + "}", "", -1, "seq", index};
 }
 
 // Each rank's current resident memory, from a MemoryUsage answer.
@@ -71,33 +75,14 @@ std::vector<std::int64_t> residentOf(const Properties& usage) {
 }
 
 // What is wrong with the answer to `step`; empty when it is right.
-std::string mismatch(const Step& step, int index, const Properties& answer) {
-    const bool failed = answer.has("error");
-    switch (step.kind) {
-        case Step::echo:
-            if (!failed && answer.get<int>("seq", -1) == index)
-                return {};
-            return "expected the echo of " + std::to_string(index);
-        case Step::quietFailure:
-            return failed ? "expected success" : "";
-        case Step::file:
-            if (!failed && answer.get<int>("values", -1) == valuesPerRank * ranks)
-                return {};
-            return "expected a field of " + std::to_string(valuesPerRank * ranks) + " values";
-        case Step::memory:
-            if (!failed && answer.value().at("processes").size() == std::size_t(ranks))
-                return {};
-            return "expected the figures of " + std::to_string(ranks) + " processes";
-        case Step::failure: {
-            const int rank = step.lowestFailingRank;
-            const std::string message = "Command failed on rank " + std::to_string(rank);
-            if (failed && answer.get<std::string>("message", "") == message &&
-                answer.has("Rank") == (rank != 0) && (rank == 0 || answer.get<int>("Rank") == rank))
-                return {};
-            return "expected \"" + message + "\"" + (rank == 0 ? " without" : " with") + " Rank";
-        }
-    }
-    return "unknown step";
+std::string mismatch(const Step& step, const Properties& answer) {
+    if (answer.has("error") == step.message.empty() ||
+        answer.get<std::string>("message", "") != step.message ||
+        answer.get<int>("Rank", -1) != step.rank)
+        return "expected \"" + step.message + "\" and Rank " + std::to_string(step.rank);
+    if (step.field && answer.get<int>(step.field, -1) != step.value)
+        return std::string("expected ") + step.field + " " + std::to_string(step.value);
+    return {};
 }
 
 class Soak : public testing::TestWithParam<Job> {};
@@ -122,20 +107,16 @@ TEST_P(Soak, EveryCommandIsAnsweredOnceInOrderAndMemoryStaysFlat) {
     EXPECT_EQ(result.exitCode, 1) << "a failed command makes the job's status a server error\n"
                                   << result.err.substr(0, 2000);
 
-    std::remove(file.c_str());
-    std::remove(field.c_str());
-    std::remove(directory.c_str());
+    std::filesystem::remove_all(directory);
     const auto answers = test::responses(result.out);
     ASSERT_EQ(answers.size(), steps.size()) << result.err.substr(0, 2000);
     std::vector<std::vector<std::int64_t>> resident;  // at each MemoryUsage from the warm-up on
-    std::vector<std::int64_t> first;
     for (int index = 0; index < commandCount; ++index) {
-        ASSERT_EQ(mismatch(steps[index], index, answers[index]), "")
+        ASSERT_EQ(mismatch(steps[index], answers[index]), "")
             << "answer " << index << ": " << answers[index].toString();
-        if (steps[index].kind != Step::memory)
+        if (index % memoryEvery != 0)
             continue;
-        if (index == 0)
-            first = residentOf(answers[index]);
+        ASSERT_EQ(residentOf(answers[index]).size(), std::size_t(ranks)) << "answer " << index;
         if (index >= warmUp)
             resident.push_back(residentOf(answers[index]));
     }
@@ -143,13 +124,11 @@ TEST_P(Soak, EveryCommandIsAnsweredOnceInOrderAndMemoryStaysFlat) {
 
     std::printf("%s: %d commands in %.1f s (%.0f us each)\n", test::jobName(GetParam()).c_str(),
                 commandCount, seconds, seconds * 1e6 / commandCount);
-    std::printf("rank  resident at start  after %d commands  at the end  growth (KiB)\n", warmUp);
     for (int rank = 0; rank < ranks; ++rank) {
         const std::int64_t settled = resident.front()[rank], last = resident.back()[rank];
-        std::printf("%4d  %13lld KiB  %13lld KiB  %6lld KiB  %+8lld\n", rank,
-                    static_cast<long long>(first[rank] >> 10),
-                    static_cast<long long>(settled >> 10), static_cast<long long>(last >> 10),
-                    static_cast<long long>((last - settled) >> 10));
+        std::printf("rank %d: resident %lld KiB after %d commands, %lld KiB at the end\n", rank,
+                    static_cast<long long>(settled >> 10), warmUp,
+                    static_cast<long long>(last >> 10));
         EXPECT_LE(last - settled, residentGrowthBound) << "rank " << rank;
     }
 }

@@ -185,13 +185,7 @@ stop() {
         alive "$pid" && kill -9 "$pid" 2>/dev/null
     done
     [[ -n $dir ]] && end_processes_of "$dir/slurm.conf"
-    [[ -n $dir && -d $dir ]] && rm -rf "$dir"
-    # A failed start keeps its reason for the tests.
-    grep -q '^\(skip\|error\)=' "$state" 2>/dev/null || rm -f "$state"
+    remove_fixture "$dir"
 }
 
-case $action in
-    start) start ;;
-    stop) stop ;;
-    *) echo "usage: $0 start|stop STATE" >&2; exit 2 ;;
-esac
+run_action "$action"

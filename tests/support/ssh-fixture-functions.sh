@@ -1,7 +1,23 @@
-# Shell functions the ssh test fixtures share (sourced, not run). The callers set $state, the
-# fixture's key=value file.
+# Shell functions the test fixtures' scripts share (sourced, not run). The callers set $state,
+# the fixture's key=value file.
 
 value() { sed -n "s/^$1=//p" "$state" 2>/dev/null; }
+
+# Runs the caller's start or stop function, as the script's action $1 asks.
+run_action() {
+    case $1 in
+        start) start ;;
+        stop) stop ;;
+        *) echo "usage: $0 start|stop STATE" >&2; exit 2 ;;
+    esac
+}
+
+# Removes the fixture's directory $1, and its state file unless a failed start left its reason
+# there for the tests.
+remove_fixture() {
+    [[ -n $1 && -d $1 ]] && rm -rf "$1"
+    grep -q '^\(skip\|error\)=' "$state" 2>/dev/null || rm -f "$state"
+}
 
 # True while process $1 runs; a zombie waiting for a lazy init to reap it counts as gone.
 alive() {
