@@ -15,7 +15,6 @@
 namespace tolm {
 namespace {
 
-using Arguments = std::vector<std::string>;
 using test::InteractiveChild;
 using test::Job;
 using test::occurrences;
@@ -110,11 +109,11 @@ int announcedPid(const InteractiveChild& job, unsigned int rank) {
 }
 
 // The job ends by itself, within the wait, and not with success: a rank killed during
-// start-up, a slave killed while the others wait in a collective, and the idle master ended by
-// a fatal signal, which it names.
+// start-up, a slave killed while the others wait in a collective, and the master ended by a
+// fatal signal, which it names.
 TEST_P(CommandFaults, ARankThatDiesEndsTheJob) {
     const struct {
-        const char* command;  // sent once the job runs, before the signal; none: during start-up
+        const char* command;  // sent once the job runs, before the signal; none during start-up
         unsigned int rank;
         int signal;
         const char* message;
@@ -125,22 +124,17 @@ TEST_P(CommandFaults, ARankThatDiesEndsTheJob) {
     };
     for (const auto& [command, rank, signal, message] : cases) {
         SCOPED_TRACE(::strsignal(signal) + std::string(" to rank ") + std::to_string(rank));
-        // The ranks' pids: from "-printpids" during start-up, from MachineInfo once the job runs
-        // (with -printpids, under MPICH's launcher, the master's last line went missing at times).
-        InteractiveChild server(
-            test::jobCommand(GetParam(), command ? Arguments{} : Arguments{"-printpids"}));
-        int pid = command ? -1 : announcedPid(server, rank);
+        InteractiveChild server(test::jobCommand(GetParam(), {"-printpids"}));
+        const int pid = announcedPid(server, rank);
+        ASSERT_GT(pid, 0) << server.standardError();
         if (command) {
             std::string line;
-            server.writeLine("{\"command\":\"MachineInfo\"}");
+            server.writeLine("{\"command\":\"Echo\"}");
             ASSERT_TRUE(server.readLine(line, 30)) << server.standardError();
-            pid = Properties(line).get<std::vector<int>>("pids").at(rank);
-            if (*command) {
+            if (*command)
                 server.writeLine(command);
-                ::usleep(500 * 1000);  // the slaves are now inside the command's collectives
-            }
+            ::usleep(500 * 1000);  // the slaves are now idle, or inside the command's collectives
         }
-        ASSERT_GT(pid, 0) << server.standardError();
         ::kill(pid, signal);
         const int exitCode = server.waitForExit(15);
         EXPECT_NE(exitCode, -1) << "the job still ran 15 s after a rank died";
@@ -191,8 +185,9 @@ TEST_P(CommandFaults, TheRollCallOnDemandLeavesTheJobRunning) {
     ASSERT_TRUE(server.readLine(line, 30)) << server.standardError();
     ::kill(server.pid(), SIGUSR1);  // to the launcher, which passes it on to every rank
     for (int attempt = 0; attempt < 500 && occurrences(server.standardError(), "Roll-call:") < 4;
-         ++attempt)
+         ++attempt) {
         ::usleep(20 * 1000);
+    }
     const std::string err = server.standardError();
     for (int rank = 0; rank < GetParam().ranks; ++rank)
         expectLine(err, rollCallPattern(rank, "Awaiting command", "Echo\", .*"));

@@ -169,8 +169,9 @@ TEST(CpuTopology, EachFixtureHasItsShapeAndLogsOnlyItsDefect) {
         const CpuTopology topology = loadFixture(shape.fixture);
         EXPECT_EQ(log.warnings(),
                   *shape.warning ? Warnings{test::extractionWarning(shape.warning)} : Warnings{});
-        if (shape.layout)
+        if (shape.layout) {
             EXPECT_EQ(layout(topology), shape.layout);
+        }
         expectConsistent(topology);
     }
 }

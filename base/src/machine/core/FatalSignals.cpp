@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
+#include <iterator>
 #include <vector>
 
 #include "machine/comm/MpiCore.h"
@@ -26,8 +28,15 @@ constexpr FatalSignal fatalSignals[] = {
     {SIGFPE, "SIGFPE (floating-point exception)\n"},
 };
 
-char prefix[64] = {};  // "Error: rank N ended by signal ", made before any signal can come
+// "Error: rank N ended by signal TEXT\n" for each fatal signal, made before any can come, so
+// that the handler writes its line in one write: a launcher that forwards standard error line
+// by line then cannot interleave it with another rank's output.
+char lines[std::size(fatalSignals)][96] = {};
 volatile sig_atomic_t signalled = 0;
+
+// How long the handler leaves the launcher to read the line before the abort: MPICH's launcher
+// tears its proxies down on an abort, and output a proxy had not read yet is lost.
+constexpr timespec forwardingPause{0, 200'000'000};
 
 void writeText(const char* text) {
     [[maybe_unused]] const auto written = ::write(STDERR_FILENO, text, std::strlen(text));
@@ -46,11 +55,11 @@ extern "C" void onFatalSignal(int number) {
         return;
     }
     signalled = number;
-    writeText(prefix);
-    for (const auto& fatal : fatalSignals) {
-        if (fatal.number == number)
-            writeText(fatal.text);
+    for (std::size_t i = 0; i < std::size(fatalSignals); ++i) {
+        if (fatalSignals[i].number == number)
+            writeText(lines[i]);
     }
+    ::nanosleep(&forwardingPause, nullptr);
     ::signal(SIGALRM, onAlarm);
     ::alarm(FatalSignals::abortSeconds);
     QMX_MPI_Abort(QMX_MPI_COMM_WORLD, int(ExitStatus(ExitStatus::NonRecoverableErrorCode)));
@@ -69,7 +78,9 @@ void useAlternateStack() {
 }  // namespace
 
 void FatalSignals::install(unsigned int rank) {
-    std::snprintf(prefix, sizeof prefix, "Error: rank %u ended by signal ", rank);
+    for (std::size_t i = 0; i < std::size(fatalSignals); ++i)
+        std::snprintf(lines[i], sizeof lines[i], "Error: rank %u ended by signal %s", rank,
+                      fatalSignals[i].text);
     useAlternateStack();
     struct sigaction action {};
     action.sa_handler = onFatalSignal;
