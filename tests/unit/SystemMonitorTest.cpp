@@ -126,11 +126,15 @@ TEST_F(SystemMonitorTest, ExportWritesTheRecordedHistoryOnTheSamplingGrid) {
 
     testing::internal::CaptureStdout();
     monitor.exportHistoryData(fileName);
-    testing::internal::GetCapturedStdout();
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Exporting memory history to file : " + fileName + "\n");
     const auto lines = linesOf(fileName);
     ASSERT_GE(lines.size(), 3u);
+    EXPECT_EQ(lines[0], "time,virtual,resident,lib,virtualhwm,residenthwm,adjusted_virtual");
     const auto first = fieldsOf(lines[1]);
     const auto last = fieldsOf(lines.back());
+    ASSERT_EQ(first.size(), 7u);
+    ASSERT_EQ(last.size(), 7u);
     EXPECT_NEAR(fieldsOf(lines[2])[0] - first[0], 0.005, 1e-9) << "one line per period";
     EXPECT_GE(last[2] - first[2], 31.0 * MiB) << "the block shows in the resident column";
     EXPECT_EQ(last[6], last[1]) << "adjusted_virtual of a serial process";
