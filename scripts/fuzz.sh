@@ -11,7 +11,7 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 # The sanitizer runtime is a shared library in this tree; libFuzzer is linked before it.
-export ASAN_OPTIONS=detect_leaks=1:verify_asan_link_order=0
+export ASAN_OPTIONS=detect_leaks=1:verify_asan_link_order=0:intercept_tls_get_addr=0
 export LSAN_OPTIONS=suppressions=$root/tests/sanitizers/lsan.supp:print_suppressions=0
 for target in ${TOLM_FUZZ_TARGETS:-properties topology options commandreader}; do
     corpus=$root/fuzz/corpus/$target
